@@ -1,0 +1,577 @@
+/*
+ * qosintdb.h - the QoS internal database of a DOCSIS cable modem.
+ *
+ * Every quality-of-service object that the modem and its CMTS set up lives
+ * in one shared-memory region of 85032 bytes: service flows, classifiers,
+ * PHS rule bindings, SID clusters, the DSX transactions in progress with
+ * their messages and error records, the active tables and the bonding
+ * change store. One process of the modem stack calls qos_IntDb_Init; every
+ * other process calls qos_IntDb_RetrieveAccess and sees the same rows.
+ *
+ * Locking: callers hold qos_taDb_Lock()/qos_taDb_Unlock() around every
+ * operation or group of operations. Exceptions, which lock by themselves
+ * and must be called WITHOUT the lock (it is not recursive):
+ * qos_TaDb_AddNewTa, qos_intDb_ResetTaDbRow, qos_intDb_TaDb_reset,
+ * qos_IntDb_Init and qos_IntDb_Reset.
+ *
+ * Results: every operation returns 0 on success and -1 on failure unless
+ * its comment says otherwise; lookups that find nothing return -1 silently.
+ * Output pointers belong to the caller. A NULL output pointer that an
+ * operation has no defined answer for is refused with -1, nothing written.
+ *
+ * Indexes: SF DB index 0..127, Clsf DB index 0..319, TA DB index 0..9 (the
+ * message store and the outcome operations also take 10). Indexes passed
+ * as unsigned values treat negative numbers as out of range.
+ */
+#ifndef QOSINTDB_H
+#define QOSINTDB_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#if defined(__GNUC__)
+#define QOS_API __attribute__((visibility("default")))
+#else
+#define QOS_API
+#endif
+
+/* ------------------------------------------------------------------ */
+/* Shared enumerations and sizes                                       */
+/* ------------------------------------------------------------------ */
+
+enum {
+    QOS_REGION_SIZE = 85032,
+    QOS_REGION_SEGMENT_ID = 14,
+    QOS_SEM_KEY = 4656,
+    QOS_SF_ROWS = 128,
+    QOS_CLSF_ROWS = 320,
+    QOS_TA_ROWS = 10,
+    QOS_MSG_ROWS = 11,
+    QOS_MSG_BUFFER_SIZE = 1600, /* a buffer holds at most 1599 bytes */
+    QOS_AUTH_BLOCK_SIZE = 255,
+    QOS_SID_CLUSTER_ROWS = 79,
+    QOS_SWITCHOVER_ROWS = 64,
+    QOS_ACTIVE_SF_ROWS = 32,  /* rows in use of the 64 reserved */
+    QOS_ACTIVE_PHS_ROWS = 32, /* rows in use of the 34 reserved, per direction */
+    QOS_CHANNELS_PER_CLUSTER = 4,
+    QOS_DBC_MOD_ENTRIES = 38,
+    QOS_DBC_ACTIVE_ENTRIES = 38,
+    QOS_DBC_BITMAP_ENTRIES = 64,
+    QOS_DBC_MAPS_PER_MOD = 4
+};
+
+/* Log modules and levels used in LogSite records. */
+enum { QOS_MODULE_TABLES = 24, QOS_MODULE_DBC = 42 };
+enum { QOS_LOG_SEMAPHORE = 0, QOS_LOG_ERROR = 1, QOS_LOG_NOTICE = 2 };
+
+/* State of a service flow row. */
+typedef enum SfState {
+    QOS_SF_EMPTY = 0,        /* row free */
+    QOS_SF_OPERATIONAL = 1,  /* flow in force */
+    QOS_SF_ADDING = 2,       /* a DSA that has not ended is adding the flow */
+    QOS_SF_CHANGING = 3,     /* a DSC is changing the flow */
+    QOS_SF_DELETING = 4,     /* the flow is being deleted */
+    QOS_SF_ADD_REJECTED = 5, /* freed when the holding transaction ends */
+    QOS_SF_DELETED = 6,      /* freed when the holding transaction ends */
+    QOS_SF_REFERENCED = 7    /* placeholder named by a classifier or PHS rule */
+} SfState;
+
+/* Status of a classifier row. */
+typedef enum ClsfStatus {
+    QOS_CLSF_EMPTY = 0,
+    QOS_CLSF_OPERATIONAL = 1,
+    QOS_CLSF_ADDING = 2,
+    QOS_CLSF_CHANGING = 3,
+    QOS_CLSF_DELETING = 4,
+    QOS_CLSF_PHS_PLACEHOLDER = 5 /* named by a PHS rule, not added yet */
+} ClsfStatus;
+
+enum { QOS_DIR_DOWNSTREAM = 1, QOS_DIR_UPSTREAM = 2 };
+
+/* Parameter-set type bits of a service flow. */
+enum { QOS_PARAMSET_PROVISIONED = 1, QOS_PARAMSET_ADMITTED = 2, QOS_PARAMSET_ACTIVE = 4 };
+
+/* DSX transaction type and initiator. */
+enum { QOS_TA_DSA = 0, QOS_TA_DSC = 1, QOS_TA_DSD = 2 };
+enum { QOS_TA_BY_MODEM = 0, QOS_TA_BY_CMTS = 1 };
+
+/* Outcome events: 4-byte payload (a TA DB index) sent to component 32. */
+enum {
+    QOS_EV_COMPONENT = 32,
+    QOS_EV_HELD_SF_CHANGED = 5515,
+    QOS_EV_HOLDER_ACK_LOST = 5517,
+    QOS_EV_HELD_SF_DELETED = 5522
+};
+
+/* SID cluster mapping actions (bonding change store). */
+enum { QOS_MAP_ADD = 1, QOS_MAP_DELETE = 2 };
+
+/* ActiveDb cluster actions (bonding change store). */
+enum {
+    QOS_DBC_FROM_CLUSTER = 2, /* taken from the flow's current cluster */
+    QOS_DBC_CREATED = 3,      /* created by qos_dbc_ActiveDbAddSid */
+    QOS_DBC_CLIENT_SET = 4,   /* set by the client, applied like 2 */
+    QOS_DBC_CLIENT_DELETE = 5 /* set by the client, cluster to be deleted */
+};
+
+/* ------------------------------------------------------------------ */
+/* Records that clients read and write directly                        */
+/* ------------------------------------------------------------------ */
+
+/* One upstream transmit port of a SID cluster (8 bytes). */
+typedef struct SidChannelMapping {
+    uint32_t action; /* QOS_MAP_ADD or QOS_MAP_DELETE; bonding change only */
+    uint8_t ucid;    /* upstream channel ID, 0 = none */
+    uint8_t reserved;
+    uint16_t sid; /* SID on that channel, 0 = none */
+} SidChannelMapping;
+
+/* A SID-to-channel mapping of a bonding change modification (8 bytes). */
+typedef struct ModMapping {
+    uint8_t reserved[4];
+    uint16_t sid;
+    uint8_t ucid;
+    uint8_t reserved2;
+} ModMapping;
+
+/* ModDb entry: one SID cluster modification (80 bytes). */
+typedef struct QosDbcModEntry {
+    int32_t activeIndex; /* ActiveDb entry built from it; -1 flow not active */
+    uint32_t sfId;
+    uint8_t clusterId;
+    uint8_t addCount; /* 0..4 */
+    uint8_t reserved[2];
+    ModMapping addMaps[QOS_DBC_MAPS_PER_MOD];
+    uint8_t deleteCount; /* 0..4 */
+    uint8_t reserved2[3];
+    ModMapping deleteMaps[QOS_DBC_MAPS_PER_MOD];
+} QosDbcModEntry;
+
+/* ActiveDb entry: the SIDs a (flow, cluster) will have, per port (44 bytes). */
+typedef struct QosDbcActiveEntry {
+    uint32_t activeSfIndex; /* Active SF DB index of the flow */
+    uint32_t modIndex;      /* ModDb entry it was built from */
+    uint32_t sfId;
+    uint8_t clusterId;
+    uint8_t reserved;
+    uint16_t sid[QOS_CHANNELS_PER_CLUSTER]; /* element p-1 for port p */
+    uint8_t reserved2[2];
+    uint32_t portState[QOS_CHANNELS_PER_CLUSTER]; /* 2 = SID assigned */
+    uint32_t clusterAction;                       /* QOS_DBC_* */
+} QosDbcActiveEntry;
+
+/* SF bitmap entry: the upstream ports a flow may use (8 bytes). */
+typedef struct QosDbcSfBitmap {
+    uint32_t sfId;
+    uint8_t channelBitmap; /* bit c = port c+1 */
+    uint8_t reserved[3];
+} QosDbcSfBitmap;
+
+/* The bonding change store (5236 bytes), reached through dbcTaDb. */
+typedef struct QosDbcDb {
+    uint32_t modCount;
+    QosDbcModEntry modDb[QOS_DBC_MOD_ENTRIES];
+    uint32_t activeCount;
+    QosDbcActiveEntry activeDb[QOS_DBC_ACTIVE_ENTRIES];
+    uint32_t bitmapCount;
+    QosDbcSfBitmap sfBitmaps[QOS_DBC_BITMAP_ENTRIES];
+} QosDbcDb;
+
+#if defined(__cplusplus)
+#define QOS_LAYOUT_CHECK(cond, msg) static_assert(cond, msg)
+#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
+#define QOS_LAYOUT_CHECK(cond, msg) _Static_assert(cond, msg)
+#else
+#define QOS_LAYOUT_CHECK(cond, msg)
+#endif
+QOS_LAYOUT_CHECK(sizeof(SidChannelMapping) == 8, "SidChannelMapping is 8 bytes");
+QOS_LAYOUT_CHECK(sizeof(ModMapping) == 8, "ModMapping is 8 bytes");
+QOS_LAYOUT_CHECK(sizeof(QosDbcModEntry) == 80, "ModDb entry is 80 bytes");
+QOS_LAYOUT_CHECK(sizeof(QosDbcActiveEntry) == 44, "ActiveDb entry is 44 bytes");
+QOS_LAYOUT_CHECK(sizeof(QosDbcSfBitmap) == 8, "SF bitmap entry is 8 bytes");
+QOS_LAYOUT_CHECK(sizeof(QosDbcDb) == 5236, "bonding change store is 5236 bytes");
+
+/* The bonding change store in this process's mapping; NULL until attached. */
+extern QOS_API QosDbcDb *dbcTaDb;
+
+/* ------------------------------------------------------------------ */
+/* Entry points and lock                                               */
+/* ------------------------------------------------------------------ */
+
+/* Creates and zeroes the region, resets every table, creates the semaphore
+ * with value 1. Exactly one process of the stack calls it, without the lock. */
+QOS_API int32_t qos_IntDb_Init(void);
+/* Attaches to the existing region and semaphore; changes no table. Call it
+ * after qos_IntDb_Init has run somewhere: the semaphore gets its value there. */
+QOS_API int32_t qos_IntDb_RetrieveAccess(void);
+/* Empties the flow family, message store and transaction tables; -1 when
+ * this process has no region. Takes the lock per transaction row. */
+QOS_API int32_t qos_IntDb_Reset(void);
+
+/* Take / give back the stack-wide semaphore. 0, or the logger's result. */
+QOS_API int32_t qos_taDb_Lock(void);
+QOS_API int32_t qos_taDb_Unlock(void);
+
+/* Point the tables at a region mapped at `base`; -1 for NULL. */
+QOS_API int32_t qos_intDb_SfDb_init(void *base);
+QOS_API int32_t qos_intDb_MsgDb_init(void *base);
+QOS_API int32_t qos_intDb_TaDb_init(void *base);
+QOS_API int32_t qos_dbc_DbInit(void *base);
+
+/* ------------------------------------------------------------------ */
+/* DSX transaction table                                               */
+/* ------------------------------------------------------------------ */
+
+/* Allocates the lowest free row, fills it and writes its index. A modem-
+ * initiated transaction (initiator 0) gets a generated 15-bit ID. -1 when
+ * authLen > 255 or the table is full. Takes the lock once, by itself. */
+QOS_API int32_t qos_TaDb_AddNewTa(uint32_t taId, uint32_t type, uint32_t initiator,
+                                  uint32_t authLen, const uint8_t *authData,
+                                  uint32_t *taIndex);
+/* Index of the used row with this transaction ID. */
+QOS_API int32_t qos_TaDb_FindTaIndexByTaId(uint32_t taId, uint32_t *taIndex);
+/* Writes the row's ID; 0 if the row is used, -1 if free. */
+QOS_API int32_t qos_TaDb_GetTaId(uint32_t taIndex, uint16_t *taId);
+/* Type / initiator / subtype of a used row. */
+QOS_API int32_t qos_TaDb_GetTaType(uint32_t taIndex, uint32_t *type);
+QOS_API int32_t qos_TaDb_GetTaInitiator(uint32_t taIndex, uint32_t *initiator);
+QOS_API int32_t qos_TaDb_GetTaSubtype(uint32_t taIndex, uint32_t *subtype);
+QOS_API int32_t qos_TaDb_SetTaSubtype(uint32_t taIndex, uint32_t subtype);
+/* State-machine state 0..3 (2 and 3: held); set refuses states above 3. */
+QOS_API int32_t qos_TaDb_SetTaDbState(uint32_t taIndex, uint32_t state);
+QOS_API int32_t qos_TaDb_GetTaDbState(uint32_t taIndex, uint32_t *state);
+QOS_API int32_t qos_TaDb_IsTaHeld(uint32_t taIndex, uint32_t *held);
+/* Retransmission counter of a used row; a free row reads 3 and -1. */
+QOS_API int32_t qos_TaDb_ResetRetCounter(uint32_t taIndex);
+QOS_API int32_t qos_TaDb_IncRetCounter(uint32_t taIndex);
+QOS_API int32_t qos_TaDb_GetRetCounter(uint32_t taIndex, uint32_t *retries);
+/* Authentication block; set refuses more than 255 bytes; get hands out the
+ * row's own bytes, not a copy. */
+QOS_API int32_t qos_TaDb_SetTaAuthBlock(uint32_t taIndex, uint32_t authLen, const uint8_t *authData);
+QOS_API int32_t qos_TaDb_GetTaAuthBlock(uint32_t taIndex, uint32_t *authLen, uint8_t **authData);
+/* Both validate two indexes only: 0 when both are 0..9. */
+QOS_API int32_t qos_TaDb_CompareTaStates(uint32_t taIndexA, uint32_t taIndexB);
+QOS_API int32_t qos_TaDb_CheckTaConflict(uint32_t taIndexA, uint32_t taIndexB);
+/* Frees a row and resets its message record (0..10; 10 resets only message
+ * record 10). Takes the lock by itself. */
+QOS_API void qos_intDb_ResetTaDbRow(int32_t taIndex);
+/* Frees every row; takes the lock once per row. */
+QOS_API void qos_intDb_TaDb_reset(void);
+/* Prints the used rows to standard output. */
+QOS_API int32_t qos_TaDb_printDb(void);
+
+/* ------------------------------------------------------------------ */
+/* Service flows: table                                                */
+/* ------------------------------------------------------------------ */
+
+/* Resets flows, classifiers, SID clusters, switchover criteria, active and
+ * PHS tables and the statistics block. */
+QOS_API void qos_intDb_SfDb_Reset(void);
+/* Frees one row (index 0..127). */
+QOS_API void qos_intDb_SfDb_RowReset(uint32_t sfIndex);
+/* The row the free-row rule chooses (may raise the maximum index). */
+QOS_API int32_t qos_intDb_FindSfDbNextFreeIndex(uint32_t *sfIndex);
+/* First used, non-placeholder row of the used range with this SFID. */
+QOS_API int32_t qos_intDb_FindSfById(uint32_t sfId, uint32_t *sfIndex);
+QOS_API int32_t qos_intDb_GetSfDbMaxIndex(uint32_t *maxIndex);
+/* Counts the FREE rows of all 128, stores and writes the count. */
+QOS_API int32_t qos_intDb_UpdateSfNumber(uint32_t *sfNumber);
+QOS_API int32_t qos_intDb_GetSfNumber(uint32_t *sfNumber);
+/* Always -1. */
+QOS_API int32_t qos_intDb_GetNextSFDbIndex(void);
+/* Always 0. */
+QOS_API int32_t qos_intDb_DsdReqRecieved(void);
+
+/* ------------------------------------------------------------------ */
+/* Service flows: creation, lookup, deletion                           */
+/* ------------------------------------------------------------------ */
+
+/* Registration: the flow is operational at once; counts its SID clusters. */
+QOS_API int32_t qos_intDb_AddSf(uint32_t sfId, uint32_t ref, uint32_t direction);
+/* Modem-initiated DSA: flow by reference, state adding under taIndex. */
+QOS_API int32_t qos_intDb_AddSfReference(uint32_t ref, uint32_t direction, int32_t taIndex);
+/* CMTS-initiated DSA: flow by SFID; -1 if another transaction owns it. */
+QOS_API int32_t qos_intDb_AddSfId(uint32_t sfId, uint32_t direction, int32_t taIndex);
+/* DSC: marks the flow changing under taIndex. */
+QOS_API int32_t qos_intDb_ChangeSF(uint32_t sfIndex, int32_t taIndex);
+/* DSD: marks the flow deleting under taIndex (0..10). */
+QOS_API int32_t qos_intDb_StartDeleteSF(uint32_t sfIndex, int32_t taIndex);
+QOS_API int32_t qos_intDb_FindSfByRef(uint32_t ref, uint32_t *sfIndex);
+QOS_API int32_t qos_intDb_FindSfByTaAndRef(uint32_t ref, int32_t taIndex, uint32_t *sfIndex);
+QOS_API int32_t qos_intDb_FindSFByTaIndex(int32_t taIndex, uint32_t *sfIndex);
+QOS_API int32_t qos_intDb_FindSFByTaIndexAndDirection(int32_t taIndex, uint32_t direction,
+                                                      uint32_t *sfIndex);
+/* Next flow of a transaction after prevIndex (start with -1). */
+QOS_API int32_t qos_intDb_NextSFIndexOfTa(int32_t taIndex, int32_t prevIndex, uint32_t *sfIndex);
+/* The flow's transaction and the other flow of that transaction (or -1). */
+QOS_API int32_t qos_intDb_GetSfTaIndexAndPairSf(uint32_t sfIndex, uint32_t *taIndex,
+                                                uint32_t *pairSfIndex);
+/* Next upstream flow with the active parameter set after prevIndex. */
+QOS_API int32_t qos_intDb_FindNextActiveSf(int32_t prevIndex, uint32_t *sfIndex);
+/* Always -1. */
+QOS_API int32_t qos_intDb_FindSFIdValid(uint32_t sfId);
+
+/* ------------------------------------------------------------------ */
+/* Service flows: attributes (by SF DB index)                          */
+/* ------------------------------------------------------------------ */
+
+QOS_API int32_t qos_intDb_GetSfRef(uint32_t sfIndex, uint32_t *ref);
+QOS_API int32_t qos_intDb_GetSfId(uint32_t sfIndex, uint32_t *sfId);
+QOS_API int32_t qos_intDb_SetSfId(uint32_t sfIndex, uint32_t sfId);
+QOS_API int32_t qos_intDb_GetSfSid(uint32_t sfIndex, uint16_t *sid);
+QOS_API int32_t qos_intDb_SetSfSid(uint32_t sfIndex, uint32_t sid);
+QOS_API int32_t qos_intDb_GetSFState(uint32_t sfIndex, uint32_t *state);
+QOS_API int32_t qos_intDb_SetSFState(uint32_t sfIndex, uint32_t state);
+/* 0 if the flow is operational. */
+QOS_API int32_t qos_intDb_CheckSFOperational(uint32_t sfIndex);
+QOS_API int32_t qos_intDb_GetServiceFlowDirection(uint32_t sfIndex, uint8_t *direction);
+QOS_API int32_t qos_intDb_GetSfDirection(uint32_t sfIndex, uint8_t *direction);
+QOS_API int32_t qos_intDb_GetServiceFlowParamSet(uint32_t sfIndex, uint8_t *paramSetType);
+/* 0 clears the bits; any other value is ORed in. */
+QOS_API int32_t qos_intDb_SetServiceFlowParamSet(uint32_t sfIndex, uint32_t paramSetType);
+QOS_API int32_t qos_intDb_GetSfQosDbIndex(uint32_t sfIndex, uint32_t *qosDbIndex);
+QOS_API int32_t qos_intDb_SetSfQosDbIndex(uint32_t sfIndex, uint32_t qosDbIndex);
+/* Write the link, then 0 if it is a transaction (>= 0), -1 if none. */
+QOS_API int32_t qos_intDb_GetSFTaIndex(uint32_t sfIndex, int32_t *taIndex);
+QOS_API int32_t qos_intDb_SetSFTaIndex(uint32_t sfIndex, uint32_t taIndex);
+QOS_API int32_t qos_intDb_GetSFHeldTaIndex(uint32_t sfIndex, int32_t *heldTaIndex);
+QOS_API int32_t qos_intDb_GetSfClusterCounter(uint32_t sfIndex, uint8_t *counter);
+QOS_API int32_t qos_intDb_GetServiceFlowClassCounter(uint32_t sfIndex, uint32_t *counter);
+QOS_API int32_t qos_intDb_GetServiceFlowPhsCounter(uint32_t sfIndex, uint32_t *counter);
+/* Primary flow reference of a direction (1 downstream, 2 upstream). */
+QOS_API int32_t qos_intDb_GetSfPrimaryRef(uint32_t direction, uint16_t *ref);
+QOS_API int32_t qos_intDb_SetSfPrimaryRef(uint32_t direction, uint32_t ref);
+QOS_API int32_t qos_intDb_GetActiveSfNumber(uint32_t *activeSfNumber);
+
+/* Diagnostic dumps to standard output. */
+QOS_API int32_t qos_intDb_fullPrintSF(uint32_t sfIndex);
+/* One row, or every used row for an index above 127. */
+QOS_API int32_t qos_intDb_shortPrintSF(int32_t sfIndex);
+
+/* Gives a flow a new SFID in every table that holds it. */
+QOS_API int32_t qos_intDb_SubstituteSfId(uint32_t oldSfId, uint32_t newSfId);
+
+/* ------------------------------------------------------------------ */
+/* Classifiers                                                          */
+/* ------------------------------------------------------------------ */
+
+QOS_API int32_t qos_intDb_FindClsfByRef(uint32_t ref, uint32_t *clsfIndex);
+QOS_API int32_t qos_intDb_FindClsfById(uint32_t clsfId, uint32_t sfId, uint32_t *clsfIndex);
+QOS_API int32_t qos_intDb_FindClsfByTaAndRef(uint32_t ref, uint32_t taIndex, uint32_t *clsfIndex);
+/* Next classifier row of a flow after prevIndex (start with -1). */
+QOS_API int32_t qos_intDb_GetNextClsfOfSf(uint32_t sfId, int32_t prevIndex, uint16_t *clsfId,
+                                          uint32_t *clsfIndex);
+QOS_API int32_t qos_intDb_IsClsfInDeleting(uint32_t clsfIndex, uint32_t *deleting);
+QOS_API int32_t qos_intDb_SetClsfId(uint32_t clsfIndex, uint32_t clsfId);
+QOS_API int32_t qos_intDb_GetClsfId(uint32_t clsfIndex, uint16_t *clsfId);
+QOS_API int32_t qos_intDb_SetClsfSfid(uint32_t clsfIndex, uint32_t sfId);
+QOS_API int32_t qos_intDb_GetClsfSfid(uint32_t clsfIndex, uint32_t *sfId);
+QOS_API int32_t qos_intDb_GetClsfDbMaxIndex(uint32_t *maxIndex);
+QOS_API int32_t qos_intDb_SetClsfMaxNum(uint32_t maxNum);
+QOS_API int32_t qos_intDb_GetClsfMaxNum(uint32_t *maxNum);
+QOS_API int32_t qos_intDb_GetClsfNumber(uint32_t *clsfNumber);
+QOS_API int32_t qos_intDb_FindClsfDbNextFreeIndex(uint32_t *clsfIndex);
+/* One row, or every used row for an index above 319. */
+QOS_API int32_t qos_intDb_PrintClsf(int32_t clsfIndex);
+
+/* Registration add: operational at once. */
+QOS_API int32_t qos_intDb_AddClsf(uint32_t sfId, uint32_t sfRef, uint32_t clsfRef);
+/* DSA adds, by reference or identifier. */
+QOS_API int32_t qos_intDb_AddClsfRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex);
+QOS_API int32_t qos_intDb_AddClsfId(uint32_t sfId, uint32_t clsfId, int32_t taIndex);
+/* DSC operations on the flow at sfIndex. */
+QOS_API int32_t qos_intDb_AppendClsfRef(uint32_t sfIndex, uint32_t clsfRef, int32_t taIndex);
+QOS_API int32_t qos_intDb_AppendClsfId(uint32_t sfIndex, uint32_t clsfId, int32_t taIndex);
+QOS_API int32_t qos_intDb_ChangeClassifier(uint32_t sfIndex, uint32_t clsfIndex, int32_t taIndex);
+QOS_API int32_t qos_intDb_DeleteClassifier(uint32_t sfIndex, uint32_t clsfIndex, int32_t taIndex);
+
+/* ------------------------------------------------------------------ */
+/* PHS rules                                                            */
+/* ------------------------------------------------------------------ */
+
+QOS_API int32_t qos_intDb_AddPhs(uint32_t sfRef, uint32_t clsfRef);
+QOS_API int32_t qos_intDb_AddPhsRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex);
+QOS_API int32_t qos_intDb_AddPhsId(uint32_t sfId, uint32_t clsfId, int32_t taIndex);
+QOS_API int32_t qos_intDb_AppendPhs_ClsfRef(uint32_t sfId, uint32_t clsfRef, int32_t taIndex);
+QOS_API int32_t qos_intDb_AppendPhs_ClsfId(uint32_t sfId, uint32_t clsfId, int32_t taIndex);
+QOS_API int32_t qos_intDb_ChangePhs(uint32_t sfId, uint32_t clsfId, int32_t taIndex);
+/* One rule (deleteAll 0) or all rules of the flow. A single delete on a
+ * flow whose PHS counter is already 0 leaves it at 0. */
+QOS_API int32_t qos_intDb_DeletePhs(uint32_t sfId, int32_t taIndex, uint32_t deleteAll);
+
+/* ------------------------------------------------------------------ */
+/* SID clusters and switchover criteria                                */
+/* ------------------------------------------------------------------ */
+
+/* Stores (or rewrites) the cluster of a flow; entry i is port i+1. */
+QOS_API int32_t qos_intDb_AddSfSidCluster(uint32_t sfId, uint8_t clusterId,
+                                          const SidChannelMapping channels[4]);
+QOS_API int32_t qos_intDb_DelSfSidCluster(uint32_t sfId, uint8_t clusterId);
+QOS_API int32_t qos_intDb_DeleteSidClustersOfSf(uint32_t sfId);
+/* Copies ucid and sid of the four ports; action words are left alone. */
+QOS_API int32_t qos_intDb_GetSfSidCluster(uint32_t sfId, uint8_t clusterId, SidChannelMapping out[4]);
+/* Next cluster row of a flow after *rowIndex (start with -1); out may be NULL. */
+QOS_API int32_t qos_intDb_GetNextSfSidCluster(uint32_t sfId, int32_t *rowIndex, uint8_t *clusterId,
+                                              SidChannelMapping *out);
+/* The SID of one (flow, cluster, channel); -1 before attachment. */
+QOS_API int32_t qos_intDb_GetSidClusterTableRow(uint32_t sfId, uint8_t clusterId, uint8_t ucid,
+                                                uint32_t *sid);
+/* Prints the clusters; -1 (nothing printed) before attachment. */
+QOS_API int32_t qos_intDb_PrintSidClusters(void);
+QOS_API int32_t qos_intDb_SetSfSidClusterParams(uint32_t sfId, uint32_t maxOutstandingBytes,
+                                                uint32_t maxTotalBytesRequested,
+                                                uint16_t maxTimeInCluster, uint8_t maxRequests);
+QOS_API int32_t qos_intDb_GetSfSidClusterParams(uint32_t sfId, uint32_t *maxOutstandingBytes,
+                                                uint32_t *maxTotalBytesRequested,
+                                                uint16_t *maxTimeInCluster, uint8_t *maxRequests);
+QOS_API int32_t qos_intDb_DeleteSfSidClusterParams(uint32_t sfId);
+QOS_API int32_t qos_intDb_GetClusterDbMaxIndex(uint32_t *maxIndex);
+QOS_API int32_t qos_intDb_GetClusterMaxNum(uint32_t *maxNum);
+/* Stores at most 79. */
+QOS_API int32_t qos_intDb_SetClusterMaxNum(uint32_t maxNum);
+QOS_API int32_t qos_intDb_GetClusterNumber(uint32_t *clusterNumber);
+QOS_API int32_t qos_intDb_FindClusterDbNextFreeIndex(uint32_t *rowIndex);
+
+/* ------------------------------------------------------------------ */
+/* DSX message store (request, response, acknowledge, error record)    */
+/* ------------------------------------------------------------------ */
+
+QOS_API int32_t qos_intDb_MsgDb_reset(void);
+/* Empties a row's buffers (reserving the headers unless noHeader) and
+ * resets its error record (not for row 10). */
+QOS_API int32_t qos_intDb_MsgInitBufferForTa(uint32_t taIndex, uint32_t type, uint32_t noHeader);
+QOS_API int32_t qos_intDb_MsgResetTaBuffer(uint32_t taIndex);
+/* Append a TLV (type byte, length byte, value); -1 if it would reach 1600. */
+QOS_API int32_t qos_intDb_MsgAddReqBufferTlv(uint32_t taIndex, uint32_t type, uint32_t length,
+                                             const uint8_t *value);
+QOS_API int32_t qos_intDb_MsgAddRspBufferTlv(uint32_t taIndex, uint32_t type, uint32_t length,
+                                             const uint8_t *value);
+QOS_API int32_t qos_intDb_MsgAddAckBufferTlv(uint32_t taIndex, uint32_t type, uint32_t length,
+                                             const uint8_t *value);
+/* Append raw bytes; -1 if the buffer would reach 1600. */
+QOS_API int32_t qos_intDb_MsgAddReqBufferField(uint32_t taIndex, uint32_t length, const uint8_t *bytes);
+QOS_API int32_t qos_intDb_MsgAddRspBufferField(uint32_t taIndex, uint32_t length, const uint8_t *bytes);
+QOS_API int32_t qos_intDb_MsgAddAckBufferField(uint32_t taIndex, uint32_t length, const uint8_t *bytes);
+/* Replace a whole message (a request also empties the row first). */
+QOS_API int32_t qos_intDb_MsgUpdateReqBuffer(uint32_t taIndex, const uint8_t *bytes, uint32_t length);
+QOS_API int32_t qos_intDb_MsgUpdateRspBuffer(uint32_t taIndex, const uint8_t *bytes, uint32_t length);
+QOS_API int32_t qos_intDb_MsgUpdateAckBuffer(uint32_t taIndex, const uint8_t *bytes, uint32_t length);
+/* Address (in this process) and length of a buffer, for use under the lock. */
+QOS_API int32_t qos_intDb_MsgGetReqBuffer(uint32_t taIndex, uint8_t **data, uint32_t *length);
+QOS_API int32_t qos_intDb_MsgGetRspBuffer(uint32_t taIndex, uint8_t **data, uint32_t *length);
+QOS_API int32_t qos_intDb_MsgGetAckBuffer(uint32_t taIndex, uint8_t **data, uint32_t *length);
+/* Argument check only. */
+QOS_API int32_t qos_intDb_MsgGetMsgSendBuff(uint32_t taIndex, uint8_t **data, uint32_t *length);
+/* Hex dump of a row's three buffers (rows 0..9). */
+QOS_API int32_t qos_intDb_MsgDbPrint(uint32_t taIndex);
+/* Argument checks only: 0 for index <= 9 and type <= 2. */
+QOS_API int32_t qos_intDb_MsgReqPrint(uint32_t taIndex, uint32_t type);
+QOS_API int32_t qos_intDb_MsgRspPrint(uint32_t taIndex, uint32_t type);
+QOS_API int32_t qos_intDb_MsgAckPrint(uint32_t taIndex, uint32_t type);
+
+QOS_API int32_t qos_intDb_MsgSetConfCode(uint32_t taIndex, uint32_t confCode);
+QOS_API int32_t qos_intDb_MsgGetConfCode(uint32_t taIndex, uint32_t *confCode);
+/* Sets the confirmation code; always returns 0. */
+QOS_API int32_t qos_intDb_MsgUpdateError(uint32_t taIndex, uint32_t confCode);
+QOS_API int32_t qos_intDb_MsgSetErrorSet(uint32_t taIndex, uint32_t errorCode, uint32_t errorType,
+                                         uint32_t errorSubType, uint32_t errorSubType2);
+QOS_API int32_t qos_intDb_MsgGetErrorCode(uint32_t taIndex, uint32_t *errorCode);
+/* On failure the output reads 10. */
+QOS_API int32_t qos_intDb_MsgGetErrorType(uint32_t taIndex, uint32_t *errorType);
+QOS_API int32_t qos_intDb_MsgGetErrorSubType(uint32_t taIndex, uint32_t *errorSubType,
+                                             uint32_t *errorSubType2);
+QOS_API int32_t qos_intDb_MsgSetErroredSfId(uint32_t taIndex, uint32_t sfId);
+QOS_API int32_t qos_intDb_MsgGetErroredSfId(uint32_t taIndex, uint32_t *sfId);
+/* confCode 0, errorCode 253, the rest 0. */
+QOS_API int32_t qos_intDb_MsgResetError(uint32_t taIndex);
+
+/* ------------------------------------------------------------------ */
+/* Transaction outcomes                                                */
+/* ------------------------------------------------------------------ */
+
+QOS_API int32_t qos_intDb_UpdateSfOnTaSucceeded(uint32_t taIndex);
+QOS_API int32_t qos_intDb_UpdateSfOnTaFailure(uint32_t taIndex);
+QOS_API int32_t qos_intDb_UpdateSfOnTaError(uint32_t taIndex);
+QOS_API int32_t qos_intDb_UpdateSfOnTaForcedEnd(uint32_t taIndex);
+/* Releases the flows the transaction holds; frees rejected/deleted ones. */
+QOS_API int32_t qos_intDb_UpdateSfOnTaEnd(uint32_t taIndex);
+QOS_API int32_t qos_intDb_UpdateSfAddAbort(uint32_t taIndex);
+QOS_API int32_t qos_intDb_UpdateSfOnTaAckLost(uint32_t taIndex);
+/* Clears the references that only the configuration used. */
+QOS_API int32_t qos_intDb_UpdateOnRegFinish(void);
+
+/* ------------------------------------------------------------------ */
+/* Active upstream flows and active PHS tables                          */
+/* ------------------------------------------------------------------ */
+
+/* Fills the table from the flows, primary flow first (at most 32 rows). */
+QOS_API int32_t qos_intDb_FillActiveUsSfTable(void);
+QOS_API int32_t qos_intDb_AddActiveUsSfEntry(uint32_t sfId);
+QOS_API int32_t qos_intDb_DeleteActiveUsSfEntry(uint32_t sfId);
+QOS_API int32_t qos_intDb_GetActiveSfIndexBySfid(uint32_t sfId, uint32_t *activeIndex);
+QOS_API int32_t qos_intDb_GetActiveSfId(uint32_t activeIndex, uint32_t *sfId);
+QOS_API int32_t qos_intDb_SetActiveSfId(uint32_t activeIndex, uint32_t sfId);
+QOS_API int32_t qos_intDb_PrintActiveSfDB(void);
+
+QOS_API int32_t qos_intDb_AddActivePhsEntry(uint32_t sfId, uint32_t clsfId, uint8_t phsi,
+                                            uint8_t direction);
+QOS_API int32_t qos_intDb_AddActivePhsEntryByDsid(uint32_t dsid);
+QOS_API int32_t qos_intDb_DeleteActivePhsEntry(uint32_t sfId, uint32_t clsfId, uint8_t phsi,
+                                               uint8_t direction);
+QOS_API int32_t qos_intDb_DeleteActivePhsEntryByIndex(int32_t activePhsIndex, uint8_t direction);
+QOS_API int32_t qos_intDb_GetActivePhsIndex(uint32_t sfId, uint8_t direction, uint32_t *activePhsIndex);
+QOS_API int32_t qos_intDb_GetActivePhsIndexByClsf(uint32_t sfId, uint32_t clsfId, uint8_t direction,
+                                                  uint32_t *activePhsIndex);
+QOS_API int32_t qos_intDb_GetActivePhsIndexByDsid(uint32_t dsid, uint32_t *activePhsIndex);
+/* -1 before attachment. */
+QOS_API int32_t qos_intDb_GetActivePhsInfo(int32_t activePhsIndex, uint8_t direction, uint32_t *sfId,
+                                           uint16_t *clsfId, uint8_t *phsi);
+QOS_API int32_t qos_intDb_SetActivePhsSfid(int32_t activePhsIndex, uint8_t direction, uint32_t sfId);
+QOS_API int32_t qos_intDb_PrintActivePhsDB(void);
+
+/* ------------------------------------------------------------------ */
+/* Registration consistency check                                      */
+/* ------------------------------------------------------------------ */
+
+/* 0 when the registered tables fit the modem's limits; logs the first
+ * problem and returns -1 otherwise. Changes nothing. */
+QOS_API int32_t qos_intDb_CheckCorrectness(void);
+
+/* ------------------------------------------------------------------ */
+/* SNMP table walks                                                     */
+/* ------------------------------------------------------------------ */
+
+QOS_API int32_t qos_intDb_GetSnmpNextSid(uint32_t sid, uint32_t *nextSid);
+QOS_API int32_t qos_intDb_GetNextCmServiceTableIndex(uint32_t ifIndex, uint32_t sid,
+                                                     const uint32_t usIfIndex[4],
+                                                     uint32_t *nextIfIndex, uint32_t *nextSid);
+QOS_API int32_t qos_intDb_GetCmServiceTableAttr(uint32_t usPort, uint32_t sid, uint32_t *activeIndex,
+                                                uint32_t *value2, uint32_t *value3);
+QOS_API int32_t qos_intDb_GetNextSfSidClusterTableIndex(uint32_t sfId, uint32_t clusterId,
+                                                        uint32_t ucid, uint32_t *nextSfId,
+                                                        uint32_t *nextClusterId, uint32_t *nextUcid);
+
+/* ------------------------------------------------------------------ */
+/* Bonding change store (module 42)                                    */
+/* ------------------------------------------------------------------ */
+
+QOS_API int32_t qos_dbc_DbReset(void);
+QOS_API int32_t qos_dbc_AddSfSidClusterMod(uint32_t sfId, uint8_t clusterId, uint32_t count,
+                                           const SidChannelMapping *mappings);
+QOS_API int32_t qos_dbc_VerifyAllSidClusterMaps(const uint32_t channelUcids[4]);
+QOS_API int32_t qos_dbc_SetActions(void);
+QOS_API int32_t qos_dbc_ActiveDbAddSid(uint32_t sfId, uint8_t clusterId, uint32_t port, uint16_t sid);
+QOS_API int32_t qos_dbc_RefreshBitmaps(void);
+QOS_API int32_t qos_dbc_UpdateSfSidClusterDb(void);
+QOS_API int32_t qos_dbc_SetSfChannelActive(uint32_t sfId, uint8_t channel, int32_t active);
+QOS_API int32_t qos_dbc_GetSfChannelBitmap(uint32_t sfId, uint32_t *bitmap);
+QOS_API int32_t qos_dbc_ResetSfBitmaps(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* QOSINTDB_H */

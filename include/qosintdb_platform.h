@@ -1,0 +1,58 @@
+/*
+ * qosintdb_platform.h - what the QoS internal database needs from its host.
+ *
+ * The core library calls these functions and never defines them: on the
+ * modem the vendor's platform supplies them, on a development host the
+ * `qosplatform` library does, and tests may link doubles of their own.
+ * The declarations are fixed; every platform links against the same ones.
+ */
+#ifndef QOSINTDB_PLATFORM_H
+#define QOSINTDB_PLATFORM_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#if defined(__GNUC__)
+#define QOS_PRINTF_LIKE(fmt, args) __attribute__((format(printf, fmt, args)))
+#else
+#define QOS_PRINTF_LIKE(fmt, args)
+#endif
+
+/* The static record that every log call site carries. */
+typedef struct LogSite {
+    int level;            /* 0 semaphore failures, 1 errors, 2 notices */
+    int flag;             /* always 1 */
+    int module;           /* 24 for the tables, 42 for the bonding change store */
+    const char *function; /* the operation's name */
+    int line;             /* the source line */
+} LogSite;
+
+/* Logger: one message, printf-style, from the given call site. */
+int logger_build_send_log_msg(const LogSite *site, int zero, const char *format, ...)
+    QOS_PRINTF_LIKE(3, 4);
+
+/* Shared memory: init (called with 1, 0, 0), create a segment of `size`
+ * bytes under `id`, or get the existing segment `id`; NULL on failure. */
+int shm_init(int a, int b, int c);
+void *shm_create(int pool, int id, uint32_t size);
+void *shm_get(int pool, int id);
+
+/* Inter-component events: the destination serving `component`, and one
+ * event with its payload sent there (0 when it was handed over). */
+uint32_t ICC_dest_of(uint32_t component);
+int EV_GenEvent(uint32_t dest, uint32_t event, const void *payload, uint32_t length);
+
+/* DOCSIS configuration database. */
+int DocsisDb_GetMultipleUpstreams(uint32_t *multipleUpstreams);
+int DocsisDb_IsTccReceivedInRegRsp(void);
+int DocsisDb_GetPortFromUcid(uint8_t ucid, uint8_t *port);
+int DocsisDb_GetPortUcid(uint8_t port, uint8_t *ucid);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* QOSINTDB_PLATFORM_H */

@@ -1,0 +1,63 @@
+/*
+ * qosplatform_host.h - controls of the host platform (libqosplatform).
+ *
+ * The host platform implements qosintdb_platform.h on a development Linux
+ * machine: System V shared memory keyed by the segment id, a logger on
+ * standard error, events as datagrams between local processes, and a DOCSIS
+ * configuration database whose values tests and tools set. These extra
+ * functions let tests and the qosdb tool watch and steer it.
+ */
+#ifndef QOSPLATFORM_HOST_H
+#define QOSPLATFORM_HOST_H
+
+#include <stdint.h>
+
+#include "qosintdb_platform.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Logger ----
+ * Without a hook every message with a level at or below the threshold goes
+ * to standard error as one line: "qosintdb[L<level> M<module>] <function>:
+ * <text>". The threshold comes from the environment variable QOSDB_LOG
+ * ("none", or 0, 1, 2; default 1). With a hook installed, the hook receives
+ * every message instead, whatever its level. */
+typedef void (*QosHostLogHook)(const LogSite *site, const char *text, void *context);
+void qos_host_set_log_hook(QosHostLogHook hook, void *context);
+
+/* ---- Events ----
+ * EV_GenEvent sends one datagram to the local socket of the destination
+ * (ICC_dest_of returns the component number itself) and returns 0 when a
+ * process listens there, non-zero otherwise. A datagram holds the event
+ * number, the payload length (both u32, host order) and the payload.
+ * QOSDB_TRACE_EVENTS=1 also prints a trace line per event on stderr. */
+typedef void (*QosHostEventHook)(uint32_t dest, uint32_t event, const void *payload,
+                                 uint32_t length, void *context);
+void qos_host_set_event_hook(QosHostEventHook hook, void *context);
+
+/* Opens the socket of `dest` for receiving; the descriptor, or -1. */
+int qos_host_event_listen(uint32_t dest);
+/* Waits up to timeoutMs (-1: forever) for one event on a listening socket.
+ * 1 with the event, 0 on timeout, -1 on error. At most *length payload
+ * bytes are copied; *length becomes the payload's length. */
+int qos_host_event_receive(int fd, int timeoutMs, uint32_t *event, void *payload, uint32_t *length);
+
+/* ---- DOCSIS configuration database ----
+ * Defaults come from the environment when set: QOSDB_MULTIPLE_US (0/1),
+ * QOSDB_TCC (0/1), QOSDB_UCIDS ("u1,u2,u3,u4": the UCID of ports 1 to 4).
+ * Without them: single upstream, no TCC, port p carries UCID p. */
+void qos_host_docsis_set_upstream_mode(uint32_t multipleUpstreams, int tccReceived);
+/* Port 1..4 carries `ucid` (0: the port has no channel). */
+int qos_host_docsis_set_port_ucid(uint8_t port, uint8_t ucid);
+
+/* ---- Shared memory ----
+ * Removes the segment `id` (it disappears once every process detached). */
+int qos_host_shm_remove(int id);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* QOSPLATFORM_HOST_H */

@@ -1,0 +1,118 @@
+// sf_table.cpp - the service flow table (SF int DB).
+//
+// One 80-byte row per service flow the modem knows: flows accepted at
+// registration, flows that DSX transactions are adding, changing or
+// deleting, and placeholder rows (state `referenced`) for flows that a
+// classifier or PHS rule names before the flow itself arrives. A row keeps
+// the flow's names (reference and SFID), direction, SID, parameter-set bits,
+// its transaction links (taIndex: working on it now, heldTaIndex: finished
+// and still holding it) and its classifier, PHS and cluster counters; the
+// QoS parameters themselves stay in the caller's own database.
+//
+// Scans of the used range stop at sfDbMaxIndex; rows are taken by the
+// maximum-index rule shared with the classifier and cluster tables. This
+// file also resets the whole flow family of tables.
+#include <cstring>
+
+#include "frame/internal.h"
+#include "frame/log.h"
+#include "qosintdb.h"
+
+using qos::local;
+
+namespace {
+
+void resetSfRow(qos::SfRow& row, int32_t qosDbIndex) {
+  std::memset(&row, 0, sizeof row);
+  row.taIndex = -1;
+  row.heldTaIndex = -1;
+  row.qosDbIndex = qosDbIndex;
+}
+
+}  // namespace
+
+extern "C" {
+
+void qos_intDb_SfDb_Reset(void) {
+  if (!local.sfDbReady) return;
+  // A table reset leaves qosDbIndex 0, a row reset -1.
+  for (auto& row : local.sf) resetSfRow(row, 0);
+  for (auto& row : local.clsf) {
+    std::memset(&row, 0, sizeof row);
+    row.taIndex = -1;
+  }
+  for (auto& row : local.activeSf) {
+    std::memset(&row, 0, sizeof row);
+    row.releaseOrder = 1;
+  }
+  std::memset(local.switchover.data(), 0, sizeof(qos::SwitchoverRow) * qos::kSwitchoverRows);
+  std::memset(local.sidClusters.data(), 0, sizeof(qos::SidClusterRow) * qos::kSidClusterRows);
+  for (std::size_t i = 0; i < qos::kActivePhsReserved; ++i) {
+    std::memset(&local.phsUs[i], 0, sizeof(qos::ActivePhsRow));
+    std::memset(&local.phsDs[i], 0, sizeof(qos::ActivePhsRow));
+  }
+  std::memset(local.stats, 0, sizeof *local.stats);
+  local.stats->clusterMaxNum = 38;
+  local.stats->clsfMaxNum = 160;
+}
+
+void qos_intDb_SfDb_RowReset(uint32_t sfIndex) {
+  if (sfIndex >= qos::kSfRows || !local.sf.attached()) return;
+  resetSfRow(local.sf[sfIndex], -1);
+}
+
+int32_t qos_intDb_FindSfDbNextFreeIndex(uint32_t* sfIndex) {
+  QOS_REQUIRE_SF_DB(-1);
+  if (sfIndex == nullptr) return -1;
+  int32_t row = qos::sfTable().takeFree();
+  if (row < 0) return -1;
+  *sfIndex = static_cast<uint32_t>(row);
+  return 0;
+}
+
+int32_t qos_intDb_FindSfById(uint32_t sfId, uint32_t* sfIndex) {
+  QOS_REQUIRE_SF_DB(-1);
+  if (sfIndex == nullptr) return -1;
+  int32_t row = qos::sfTable().findInRange([sfId](const qos::SfRow& r) {
+    return r.used() && r.state != QOS_SF_REFERENCED && r.sfId == sfId;
+  });
+  if (row < 0) return -1;
+  *sfIndex = static_cast<uint32_t>(row);
+  return 0;
+}
+
+int32_t qos_intDb_GetSfDbMaxIndex(uint32_t* maxIndex) {
+  QOS_REQUIRE_SF_DB(-1);
+  if (maxIndex == nullptr) return -1;
+  *maxIndex = static_cast<uint32_t>(local.stats->sfDbMaxIndex);
+  return 0;
+}
+
+int32_t qos_intDb_UpdateSfNumber(uint32_t* sfNumber) {
+  QOS_REQUIRE_SF_DB(-1);
+  if (sfNumber == nullptr) return -1;
+  uint32_t freeRows = 0;
+  for (const auto& row : local.sf) freeRows += row.used() ? 0 : 1;
+  local.stats->sfNumber = freeRows;
+  *sfNumber = freeRows;
+  return 0;
+}
+
+int32_t qos_intDb_GetSfNumber(uint32_t* sfNumber) {
+  QOS_REQUIRE_SF_DB(-1);
+  if (sfNumber == nullptr) return -1;
+  *sfNumber = local.stats->sfNumber;
+  return 0;
+}
+
+int32_t qos_intDb_GetNextSFDbIndex(void) { return -1; }
+
+int32_t qos_intDb_DsdReqRecieved(void) { return 0; }
+
+int32_t qos_intDb_UpdateSfDbMaxIndex(void) {
+  QOS_REQUIRE_SF_DB(-1);
+  qos::sfTable().lower();
+  return 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,8 @@
+#!/usr/bin/env bash
+# test.sh - builds everything and runs every test (GoogleTest under CTest).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+tools/deps.sh
+cmake -S . -B build -DBUILD_TESTING=ON
+cmake --build build -j"$(nproc)"
+ctest --test-dir build -j"$(nproc)" --output-on-failure
