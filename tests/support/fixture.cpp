@@ -58,19 +58,32 @@ std::string captureStdout(const std::function<void()>& fn) {
   return ::testing::internal::GetCapturedStdout();
 }
 
-PeerResult runPeer(const std::vector<std::string>& args) {
+PeerResult runProgram(const std::string& path, const std::vector<std::string>& args,
+                      bool withStderr) {
+  std::vector<std::string> words;
+  std::string prefix = QOS_TEST_EXEC_PREFIX;
+  for (std::size_t pos = 0; pos < prefix.size();) {
+    std::size_t end = prefix.find(' ', pos);
+    if (end == std::string::npos) end = prefix.size();
+    if (end > pos) words.push_back(prefix.substr(pos, end - pos));
+    pos = end + 1;
+  }
+  words.push_back(path);
+  words.insert(words.end(), args.begin(), args.end());
+
   int pipefd[2];
   if (pipe(pipefd) != 0) return {-1, ""};
+  std::fflush(stdout);
   pid_t pid = fork();
   if (pid == 0) {
     dup2(pipefd[1], STDOUT_FILENO);
+    if (withStderr) dup2(pipefd[1], STDERR_FILENO);
     close(pipefd[0]);
     close(pipefd[1]);
     std::vector<char*> argv;
-    argv.push_back(const_cast<char*>(QOS_TEST_PEER));
-    for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    for (auto& w : words) argv.push_back(const_cast<char*>(w.c_str()));
     argv.push_back(nullptr);
-    execv(QOS_TEST_PEER, argv.data());
+    execvp(argv[0], argv.data());
     _exit(127);
   }
   close(pipefd[1]);
@@ -83,6 +96,8 @@ PeerResult runPeer(const std::vector<std::string>& args) {
   waitpid(pid, &status, 0);
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
 }
+
+PeerResult runPeer(const std::vector<std::string>& args) { return runProgram(QOS_TEST_PEER, args); }
 
 void StoreTest::SetUp() {
   ASSERT_EQ(qos_IntDb_Init(), 0);

@@ -83,12 +83,17 @@ std::vector<std::size_t> changedOffsets(const std::vector<uint8_t>& before,
 // What fn prints on standard output.
 std::string captureStdout(const std::function<void()>& fn);
 
-// Runs the peer program (a second process of the stack) with the given
-// arguments; its exit status and standard output.
+// Runs a program of this build (under the build's emulator when it is a
+// cross build) and collects its exit status and standard output; with
+// `withStderr` standard error is collected too.
 struct PeerResult {
   int status;
   std::string out;
 };
+PeerResult runProgram(const std::string& path, const std::vector<std::string>& args,
+                      bool withStderr = false);
+
+// Runs the peer program (a second process of the stack) with the given arguments.
 PeerResult runPeer(const std::vector<std::string>& args);
 
 // A store created and reset by this process, with log records captured.
