@@ -544,12 +544,34 @@ QOS_API int32_t qos_intDb_CheckCorrectness(void);
 /* SNMP table walks                                                     */
 /* ------------------------------------------------------------------ */
 
+/* Index orders compare component by component as unsigned numbers; a
+ * get-next returns the smallest index strictly greater than the given one
+ * and writes its outputs only on success. The upstream mode is asked of the
+ * DOCSIS database at every call: multiple upstreams with a TCC in the
+ * REG-RSP read the SID clusters, otherwise the operational flows' SIDs.
+ * Before attachment every walk and the attribute read return -1 (only
+ * qos_intDb_GetSnmpNextSid logs it). */
+
+/* The next SID of an operational flow (either direction) after `sid`. */
 QOS_API int32_t qos_intDb_GetSnmpNextSid(uint32_t sid, uint32_t *nextSid);
+/* CM service table, indexed by (upstream interface index, SID); usIfIndex
+ * gives the interface of ports 1..4, 0 = none (its SIDs are not listed).
+ * Single-upstream mode lists every flow SID under usIfIndex[0] and ignores
+ * the given ifIndex. */
 QOS_API int32_t qos_intDb_GetNextCmServiceTableIndex(uint32_t ifIndex, uint32_t sid,
                                                      const uint32_t usIfIndex[4],
                                                      uint32_t *nextIfIndex, uint32_t *nextSid);
+/* The row of (usPort 1..4, SID 1..16383): activeIndex = the Active SF DB
+ * index of the flow holding the SID, value3 = the number of SIDs of its
+ * cluster (1 in single-upstream mode). value2 is 0 in single-upstream mode;
+ * in multiple-upstream mode it is the `ref` of the SF DB row whose index
+ * equals activeIndex (not necessarily the flow's own row), and the call
+ * fails, with activeIndex already written, when that row is free. */
 QOS_API int32_t qos_intDb_GetCmServiceTableAttr(uint32_t usPort, uint32_t sid, uint32_t *activeIndex,
                                                 uint32_t *value2, uint32_t *value3);
+/* Service flow SID cluster table, indexed by (SFID, cluster ID, UCID) over
+ * the channels of the clusters in use, whatever the upstream mode; the row
+ * itself is read with qos_intDb_GetSidClusterTableRow. */
 QOS_API int32_t qos_intDb_GetNextSfSidClusterTableIndex(uint32_t sfId, uint32_t clusterId,
                                                         uint32_t ucid, uint32_t *nextSfId,
                                                         uint32_t *nextClusterId, uint32_t *nextUcid);
@@ -558,14 +580,36 @@ QOS_API int32_t qos_intDb_GetNextSfSidClusterTableIndex(uint32_t sfId, uint32_t 
 /* Bonding change store (module 42)                                    */
 /* ------------------------------------------------------------------ */
 
+/* Every operation returns -1 while dbcTaDb is NULL (only qos_dbc_DbReset
+ * logs it). Counts above their list's capacity are read as the capacity;
+ * an append to a full list (ModDb 38, ActiveDb 38, SF bitmaps 64) is
+ * refused with -1 and a level-1 message. Ports are 1..4. */
+
+/* Zeroes the whole store. */
 QOS_API int32_t qos_dbc_DbReset(void);
+/* Appends one ModDb entry; action 1 mappings go to the adds, 2 to the
+ * deletes, others are logged and skipped. More than 4 adds or 4 deletes in
+ * the entry refuse it whole. */
 QOS_API int32_t qos_dbc_AddSfSidClusterMod(uint32_t sfId, uint8_t clusterId, uint32_t count,
                                            const SidChannelMapping *mappings);
+/* -1 when a modification deletes a channel its cluster lacks, adds one it
+ * has, would give it a fifth channel or a channel not in channelUcids. */
 QOS_API int32_t qos_dbc_VerifyAllSidClusterMaps(const uint32_t channelUcids[4]);
+/* One ActiveDb entry (action 2) per modification of an active flow with a
+ * stored cluster; a flow not active gets ModDb activeIndex -1. Channels on
+ * no port 1..4 are skipped. */
 QOS_API int32_t qos_dbc_SetActions(void);
+/* Puts a SID on a port of the (flow, cluster) entry, creating it (action
+ * 3; activeSfIndex 0xFFFFFFFF for a flow not in the Active SF DB) unless
+ * the ModDb is empty. */
 QOS_API int32_t qos_dbc_ActiveDbAddSid(uint32_t sfId, uint8_t clusterId, uint32_t port, uint16_t sid);
+/* Rebuilds the SF bitmaps from the entries of action 2 and 4. */
 QOS_API int32_t qos_dbc_RefreshBitmaps(void);
+/* Deletes the clusters of action-5 entries, then writes those of action 2
+ * and 4 (port p takes its UCID from the DOCSIS database). Returns 0. */
 QOS_API int32_t qos_dbc_UpdateSfSidClusterDb(void);
+/* Sets (active != 0) or clears bit `channel` (port - 1) of the flow's
+ * bitmap, making its entry if needed; a channel of 8 or more changes no bit. */
 QOS_API int32_t qos_dbc_SetSfChannelActive(uint32_t sfId, uint8_t channel, int32_t active);
 QOS_API int32_t qos_dbc_GetSfChannelBitmap(uint32_t sfId, uint32_t *bitmap);
 QOS_API int32_t qos_dbc_ResetSfBitmaps(void);
