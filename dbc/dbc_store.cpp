@@ -253,7 +253,8 @@ int32_t qos_dbc_SetActions(void) {
 
 // A new entry is made even when the ModDb holds no modification of this
 // flow and cluster (then it has no ModDb link); only an empty ModDb refuses
-// it. A flow not in the Active SF DB gets activeSfIndex 0xFFFFFFFF.
+// it, before anything is written. A flow not in the Active SF DB gets
+// activeSfIndex 0xFFFFFFFF.
 int32_t qos_dbc_ActiveDbAddSid(uint32_t sfId, uint8_t clusterId, uint32_t port, uint16_t sid) {
   if (dbcTaDb == nullptr) return -1;
   if (!validPort(port)) {
@@ -267,6 +268,11 @@ int32_t qos_dbc_ActiveDbAddSid(uint32_t sfId, uint8_t clusterId, uint32_t port, 
     return 0;
   }
 
+  if (dbcTaDb->modCount == 0) {
+    QOS_LOG_DBC(QOS_LOG_NOTICE, "No MODs in ModDb, ignoring (AddSid : Sf %d, Clust %d, port %d, sid %d)", sfId,
+                clusterId, port, sid);
+    return -1;
+  }
   const uint32_t j = dbcTaDb->activeCount;
   if (j >= QOS_DBC_ACTIVE_ENTRIES) {
     QOS_LOG_DBC(QOS_LOG_ERROR, "ActiveDb is full (%d entries), cannot add SF %d, Cluster %d",
@@ -278,11 +284,6 @@ int32_t qos_dbc_ActiveDbAddSid(uint32_t sfId, uint8_t clusterId, uint32_t port, 
   if (k >= 0) {
     dbcTaDb->modDb[k].activeIndex = static_cast<int32_t>(j);
     entry.modIndex = static_cast<uint32_t>(k);
-  }
-  if (dbcTaDb->modCount == 0) {
-    QOS_LOG_DBC(QOS_LOG_NOTICE, "No MODs in ModDb, ignoring (AddSid : Sf %d, Clust %d, port %d, sid %d)", sfId,
-                clusterId, port, sid);
-    return -1;
   }
   uint32_t activeSfIndex = 0;
   entry.activeSfIndex = qos_intDb_GetActiveSfIndexBySfid(sfId, &activeSfIndex) == 0 ? activeSfIndex : kNotActive;
