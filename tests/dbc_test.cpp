@@ -6,9 +6,17 @@ namespace qostest {
 namespace {
 
 using Ports = std::vector<std::pair<uint8_t, uint16_t>>;  // (UCID, SID) of ports 1..4
+using Vals = std::vector<uint32_t>;
 constexpr std::size_t kStore = 79796, kMod = kStore + 4, kActive = kStore + 3048, kBitmap = kStore + 4724;
 
 SidChannelMapping map(uint32_t action, uint8_t ucid, uint16_t sid = 0) { return {action, ucid, 0, sid}; }
+
+// Fields of the region as (offset, width in bytes).
+Vals fields(std::initializer_list<std::pair<std::size_t, int>> list) {
+  Vals out;
+  for (auto [off, width] : list) out.push_back(width == 1 ? at<uint8_t>(off) : width == 2 ? at<uint16_t>(off) : at<uint32_t>(off));
+  return out;
+}
 
 class Dbc : public StoreTest {
  protected:
@@ -16,10 +24,7 @@ class Dbc : public StoreTest {
     StoreTest::SetUp();
     for (uint8_t p = 1; p <= 4; ++p) qos_host_docsis_set_port_ucid(p, p);
   }
-  void active(int row, uint32_t sfId) {
-    put<uint32_t>(21460 + 12 * row, 1);
-    put<uint32_t>(21460 + 12 * row + 4, sfId);
-  }
+  void active(int row, uint32_t sfId) { put<uint32_t>(21460 + 12 * row, 1), put<uint32_t>(21460 + 12 * row + 4, sfId); }
   void cluster(uint32_t sfId, uint8_t clusterId, const Ports& ports) {
     SidChannelMapping m[4] = {};
     for (std::size_t i = 0; i < ports.size(); ++i) m[i] = map(0, ports[i].first, ports[i].second);
@@ -27,9 +32,8 @@ class Dbc : public StoreTest {
   }
   Ports stored(uint32_t sfId, uint8_t clusterId) {
     SidChannelMapping m[4] = {};
-    if (qos_intDb_GetSfSidCluster(sfId, clusterId, m) != 0) return {};
     Ports out;
-    for (const auto& c : m) out.emplace_back(c.ucid, c.sid);
+    if (qos_intDb_GetSfSidCluster(sfId, clusterId, m) == 0) for (const auto& c : m) out.emplace_back(c.ucid, c.sid);
     return out;
   }
   int32_t mod(uint32_t sfId, uint8_t clusterId, std::vector<SidChannelMapping> maps) {
@@ -42,15 +46,13 @@ class Dbc : public StoreTest {
     EXPECT_EQ(call(), -1) << text;
     EXPECT_EQ(changedOffsets(before, snapshot()), std::vector<std::size_t>{}) << text;
     ASSERT_EQ(logs.records().size(), 1u) << text;
-    EXPECT_EQ(logs.texts()[0], text);
-    EXPECT_EQ(logs.records()[0].level, level);
-    EXPECT_EQ(logs.records()[0].module, QOS_MODULE_DBC);
+    EXPECT_EQ(std::make_tuple(logs.texts()[0], logs.records()[0].level, logs.records()[0].module),
+              std::make_tuple(text, level, int{QOS_MODULE_DBC}));
   }
 };
 
 TEST_F(Dbc, ModificationsBecomeWrittenClusters) {
-  active(0, 200);
-  active(1, 100);
+  active(0, 200), active(1, 100);
   cluster(100, 1, {{1, 11}, {2, 12}});
   cluster(200, 2, {{1, 21}});
   ASSERT_EQ(mod(100, 1, {map(2, 2, 12), map(0, 7, 77), map(1, 3, 13)}), 0);
@@ -61,40 +63,29 @@ TEST_F(Dbc, ModificationsBecomeWrittenClusters) {
   const uint32_t channels[4] = {4, 3, 2, 1};
   EXPECT_EQ(qos_dbc_VerifyAllSidClusterMaps(channels), 0);
   EXPECT_EQ(qos_dbc_SetActions(), 0);
+  EXPECT_EQ(fields({{kStore, 4}, {kMod, 4}, {kMod + 4, 4}, {kMod + 8, 1}, {kMod + 9, 1}, {kMod + 16, 2}, {kMod + 18, 1},
+                    {kMod + 44, 1}, {kMod + 52, 2}, {kMod + 54, 1}, {kMod + 160, 4}}),
+            (Vals{3, 0, 100, 1, 1, 13, 3, 1, 12, 2, 0xFFFFFFFF}));
+  EXPECT_EQ(fields({{kStore + 3044, 4}, {kActive, 4}, {kActive + 4, 4}, {kActive + 8, 4}, {kActive + 12, 1}, {kActive + 14, 2},
+                    {kActive + 16, 2}, {kActive + 18, 2}, {kActive + 24, 4}, {kActive + 28, 4}, {kActive + 32, 4},
+                    {kActive + 40, 4}, {kActive + 44, 4}, {kActive + 48, 4}, {kActive + 84, 4}}),
+            (Vals{2, 1, 0, 100, 1, 11, 12, 0, 2, 2, 0, 2, 0, 1, 2}));
+  EXPECT_EQ(fields({{kStore + 4720, 4}, {kBitmap, 4}, {kBitmap + 4, 1}, {kBitmap + 8, 4}, {kBitmap + 12, 1}}),
+            (Vals{2, 100, 3, 200, 1}));
 
-  EXPECT_EQ(at<uint32_t>(kStore), 3u);
-  EXPECT_EQ((std::vector<uint32_t>{at<uint32_t>(kMod), at<uint32_t>(kMod + 4), at<uint8_t>(kMod + 8), at<uint8_t>(kMod + 9),
-                                   at<uint16_t>(kMod + 16), at<uint8_t>(kMod + 18), at<uint8_t>(kMod + 44),
-                                   at<uint16_t>(kMod + 52), at<uint8_t>(kMod + 54), at<uint32_t>(kMod + 160)}),
-            (std::vector<uint32_t>{0, 100, 1, 1, 13, 3, 1, 12, 2, 0xFFFFFFFF}));
-  EXPECT_EQ(at<uint32_t>(kStore + 3044), 2u);
-  EXPECT_EQ((std::vector<uint32_t>{at<uint32_t>(kActive), at<uint32_t>(kActive + 4), at<uint32_t>(kActive + 8),
-                                   at<uint8_t>(kActive + 12), at<uint16_t>(kActive + 14), at<uint16_t>(kActive + 16),
-                                   at<uint16_t>(kActive + 18), at<uint32_t>(kActive + 24), at<uint32_t>(kActive + 28),
-                                   at<uint32_t>(kActive + 32), at<uint32_t>(kActive + 40), at<uint32_t>(kActive + 44),
-                                   at<uint32_t>(kActive + 48), at<uint32_t>(kActive + 44 + 40)}),
-            (std::vector<uint32_t>{1, 0, 100, 1, 11, 12, 0, 2, 2, 0, 2, 0, 1, 2}));
-  EXPECT_EQ((std::vector<uint32_t>{at<uint32_t>(kStore + 4720), at<uint32_t>(kBitmap), at<uint8_t>(kBitmap + 4),
-                                   at<uint32_t>(kBitmap + 8), at<uint8_t>(kBitmap + 12)}),
-            (std::vector<uint32_t>{2, 100, 3, 200, 1}));
-
-  // The client drops port 2 of (100, 1) and deletes (200, 2) in place.
-  dbcTaDb->activeDb[0].portState[1] = 0;
+  dbcTaDb->activeDb[0].portState[1] = 0;  // the client drops port 2 of (100, 1)
   dbcTaDb->activeDb[1].clusterAction = QOS_DBC_CLIENT_DELETE;
   EXPECT_EQ(qos_dbc_ActiveDbAddSid(100, 1, 3, 13), 0);
   EXPECT_EQ(qos_dbc_ActiveDbAddSid(300, 1, 2, 31), 0);  // flow 300 is not active
-  EXPECT_EQ((std::vector<uint32_t>{at<uint32_t>(kStore + 3044), at<uint32_t>(kMod + 160), at<uint32_t>(kActive + 88),
-                                   at<uint32_t>(kActive + 92), at<uint16_t>(kActive + 88 + 16), at<uint32_t>(kActive + 88 + 28),
-                                   at<uint32_t>(kActive + 88 + 40)}),
-            (std::vector<uint32_t>{3, 2, 0xFFFFFFFF, 2, 31, 2, QOS_DBC_CREATED}));
+  EXPECT_EQ(fields({{kStore + 3044, 4}, {kMod + 160, 4}, {kActive + 88, 4}, {kActive + 92, 4}, {kActive + 104, 2},
+                    {kActive + 116, 4}, {kActive + 128, 4}}),
+            (Vals{3, 2, 0xFFFFFFFF, 2, 31, 2, QOS_DBC_CREATED}));
   EXPECT_EQ(qos_dbc_RefreshBitmaps(), 0);
   uint32_t bitmap = 0;
-  EXPECT_EQ(qos_dbc_GetSfChannelBitmap(100, &bitmap), 0);
-  EXPECT_EQ(bitmap, 5u);
-  EXPECT_EQ(qos_dbc_GetSfChannelBitmap(200, &bitmap), -1);
-  EXPECT_EQ(qos_dbc_GetSfChannelBitmap(300, &bitmap), -1);
-
-  qos_host_docsis_set_port_ucid(3, 9);  // the written UCID is the port's, now
+  EXPECT_EQ(std::make_tuple(qos_dbc_GetSfChannelBitmap(100, &bitmap), qos_dbc_GetSfChannelBitmap(200, &bitmap),
+                            qos_dbc_GetSfChannelBitmap(300, &bitmap), bitmap),
+            std::make_tuple(0, -1, -1, 5u));
+  qos_host_docsis_set_port_ucid(3, 9);  // the written UCID is the port's own
   EXPECT_EQ(qos_dbc_UpdateSfSidClusterDb(), 0);
   EXPECT_EQ(stored(100, 1), (Ports{{1, 11}, {0, 0}, {9, 13}, {0, 0}}));
   EXPECT_EQ(stored(200, 2), Ports{});
@@ -105,19 +96,19 @@ TEST_F(Dbc, VerificationChecksEachModificationAgainstClusterAndChannels) {
   cluster(100, 1, {{1, 11}, {2, 12}});
   struct Case { uint32_t sfId; std::vector<SidChannelMapping> maps; uint32_t channels[4]; int32_t result; };
   const std::vector<Case> cases = {
-      {100, {map(2, 5)}, {1, 2, 3, 4}, -1},                           // deletes a channel it lacks
-      {100, {map(1, 2)}, {1, 2, 3, 4}, -1},                           // adds one it has
-      {100, {map(1, 3), map(1, 4), map(1, 5)}, {1, 2, 3, 5}, -1},     // fifth channel
-      {100, {map(1, 3)}, {1, 2, 4, 0}, -1},                           // channel not in the new set
-      {100, {}, {1, 0, 0, 0}, -1},                                    // a zero matches nothing
+      {100, {map(2, 5)}, {1, 2, 3, 4}, -1},                        // deletes a channel it lacks
+      {100, {map(1, 2)}, {1, 2, 3, 4}, -1},                        // adds one it has
+      {100, {map(1, 3), map(1, 4), map(1, 5)}, {1, 2, 3, 5}, -1},  // fifth channel
+      {100, {map(1, 3)}, {1, 2, 4, 0}, -1},                        // channel not in the new set
+      {100, {}, {1, 0, 0, 0}, -1},                                 // a zero matches nothing
       {100, {map(2, 2), map(1, 3)}, {3, 1, 0, 0}, 0},
-      {100, {map(2, 0), map(1, 0)}, {1, 2, 0, 0}, 0},                 // UCID 0 is no channel
+      {100, {map(2, 0), map(1, 0)}, {1, 2, 0, 0}, 0},              // UCID 0 is no channel
       {999, {map(1, 1), map(1, 2), map(1, 3), map(1, 4)}, {4, 3, 2, 1}, 0},  // no cluster: empty
       {999, {map(2, 1)}, {1, 2, 3, 4}, -1}};
   for (const Case& c : cases) {
     ASSERT_EQ(qos_dbc_DbReset(), 0);
     EXPECT_EQ(qos_dbc_VerifyAllSidClusterMaps(c.channels), 0);  // empty ModDb
-    ASSERT_EQ(mod(999, 1, {}), 0);  // a first entry that passes
+    ASSERT_EQ(mod(999, 1, {}), 0);                               // a first entry that passes
     ASSERT_EQ(mod(c.sfId, 1, c.maps), 0);
     auto before = snapshot();
     EXPECT_EQ(qos_dbc_VerifyAllSidClusterMaps(c.channels), c.result) << &c - cases.data();
@@ -133,36 +124,30 @@ TEST_F(Dbc, FullListsBadPortsAndWildCountsAreRefused) {
   ASSERT_EQ(qos_dbc_DbReset(), 0);
   refused([&] { return mod(1, 2, {map(1, 1), map(1, 2), map(1, 3), map(1, 4), map(1, 5)}); }, 1,
           "ModDb : SF 1, Cluster 2, 5 add and 0 delete mappings, at most 4 of each, refused");
-  refused([] { return qos_dbc_ActiveDbAddSid(5, 1, 1, 9); }, 2,
-          "No MODs in ModDb, ignoring (AddSid : Sf 5, Clust 1, port 1, sid 9)");
+  refused([] { return qos_dbc_ActiveDbAddSid(5, 1, 1, 9); }, 2, "No MODs in ModDb, ignoring (AddSid : Sf 5, Clust 1, port 1, sid 9)");
   ASSERT_EQ(mod(1, 1, {}), 0);
-  for (uint32_t port : {0u, 5u, 0xFFFFFFFFu}) {
-    refused([port] { return qos_dbc_ActiveDbAddSid(5, 1, port, 9); }, 1,
-            "AddSid : Sf 5, Clust 1, port " + std::to_string(static_cast<int>(port)) +
-                " is not an upstream port (1..4), ignoring");
+  for (int port : {0, 5, -1}) {
+    refused([port] { return qos_dbc_ActiveDbAddSid(5, 1, static_cast<uint32_t>(port), 9); }, 1,
+            "AddSid : Sf 5, Clust 1, port " + std::to_string(port) + " is not an upstream port (1..4), ignoring");
   }
   EXPECT_EQ(qos_dbc_ActiveDbAddSid(5, 1, 4, 9), 0);
   EXPECT_EQ(qos_dbc_ActiveDbAddSid(5, 1, 4, 10), 0);  // same entry, second SID
-  EXPECT_EQ(at<uint32_t>(kStore + 3044), 1u);
-  EXPECT_EQ(at<uint16_t>(kActive + 20), 10u);
+  EXPECT_EQ(fields({{kStore + 3044, 4}, {kActive, 4}, {kActive + 20, 2}}), (Vals{1, 0xFFFFFFFF, 10}));
   for (uint32_t sf = 1; sf <= 64; ++sf) ASSERT_EQ(qos_dbc_SetSfChannelActive(sf, 8, sf % 2), 0);  // channel 8: no bit
   refused([] { return qos_dbc_SetSfChannelActive(65, 0, 1); }, 1, "SF bitmap list is full (64 entries), cannot add SF 65");
   uint32_t bitmap = 7;
-  EXPECT_EQ(qos_dbc_GetSfChannelBitmap(64, &bitmap), 0);
+  EXPECT_EQ(qos_dbc_GetSfChannelBitmap(63, &bitmap), 0);
   EXPECT_EQ(bitmap, 0u);
 
-  // Counts written by a client beyond their lists are read as full lists.
-  put<uint32_t>(kStore, 1000);
-  put<uint32_t>(kStore + 3044, 0xFFFFFFFF);
-  put<uint32_t>(kStore + 4720, 500);
+  // Counts a client wrote beyond their lists read as full lists.
+  put<uint32_t>(kStore, 1000), put<uint32_t>(kStore + 3044, 0xFFFFFFFF), put<uint32_t>(kStore + 4720, 500);
   refused([&] { return mod(2, 1, {}); }, 1, "ModDb is full (38 entries), cannot add SF 2, Cluster 1");
   refused([] { return qos_dbc_ActiveDbAddSid(6, 1, 1, 9); }, 1, "ActiveDb is full (38 entries), cannot add SF 6, Cluster 1");
   refused([] { return qos_dbc_SetSfChannelActive(66, 0, 1); }, 1, "SF bitmap list is full (64 entries), cannot add SF 66");
   const uint32_t channels[4] = {1, 2, 3, 4};
-  EXPECT_EQ(qos_dbc_VerifyAllSidClusterMaps(channels), 0);
-  EXPECT_EQ(qos_dbc_RefreshBitmaps(), 0);
-  EXPECT_EQ(qos_dbc_UpdateSfSidClusterDb(), 0);
-  EXPECT_EQ(qos_dbc_GetSfChannelBitmap(5, nullptr), -1);
+  EXPECT_EQ(std::make_tuple(qos_dbc_VerifyAllSidClusterMaps(channels), qos_dbc_SetActions(), qos_dbc_RefreshBitmaps(),
+                            qos_dbc_UpdateSfSidClusterDb(), qos_dbc_GetSfChannelBitmap(5, nullptr)),
+            std::make_tuple(0, 0, 0, 0, -1));
 }
 
 TEST_F(Dbc, SetActionsSkipsChannelsOnNoPortAndStopsAtAFullActiveDb) {
@@ -174,8 +159,7 @@ TEST_F(Dbc, SetActionsSkipsChannelsOnNoPortAndStopsAtAFullActiveDb) {
   EXPECT_EQ(logs.texts(), (std::vector<std::string>{"SF 100, Cluster 1 : Ucid 7 is on no upstream port (port 0), skipping",
                                                     "Could not find ClusterId 5 of SF 100"}));
   EXPECT_EQ(logs.records()[1].level, QOS_LOG_NOTICE);
-  EXPECT_EQ((std::vector<uint32_t>{at<uint16_t>(kActive + 14), at<uint16_t>(kActive + 16), at<uint32_t>(kActive + 28)}),
-            (std::vector<uint32_t>{11, 0, 0}));
+  EXPECT_EQ(fields({{kStore + 3044, 4}, {kActive + 14, 2}, {kActive + 16, 2}, {kActive + 28, 4}}), (Vals{1, 11, 0, 0}));
   for (uint8_t c = 2; at<uint32_t>(kStore + 3044) < 38; ++c) ASSERT_EQ(qos_dbc_ActiveDbAddSid(100, c, 1, 1), 0);
   refused([] { return qos_dbc_SetActions(); }, 1, "ActiveDb is full (38 entries), cannot add SF 100, Cluster 1");
 }

@@ -12,105 +12,86 @@ using Ports = std::vector<std::pair<uint8_t, uint16_t>>;  // (UCID, SID) of port
 
 class Walks : public StoreTest {
  protected:
-  void SetUp() override {
-    StoreTest::SetUp();
-    qos_host_docsis_set_upstream_mode(0, 0);
-  }
   qos::QosIntDbRegion& db() { return *reinterpret_cast<qos::QosIntDbRegion*>(region()); }
   void flow(int row, uint32_t state, uint32_t sfId, uint16_t ref, uint16_t sid) {
-    qos::SfRow& r = db().sf[row];
-    r.state = state;
-    r.sfId = sfId;
-    r.ref = ref;
-    r.sid = sid;
+    db().sf[row].state = state;
+    db().sf[row].sfId = sfId;
+    db().sf[row].ref = ref;
+    db().sf[row].sid = sid;
     db().stats.sfDbMaxIndex = std::max(db().stats.sfDbMaxIndex, row);
   }
   void cluster(int row, uint32_t status, uint32_t sfId, uint8_t clusterId, const Ports& ports) {
     qos::SidClusterRow& r = db().sidClusters[row];
-    r.status = status;
-    r.sfId = sfId;
-    r.clusterId = clusterId;
+    r = {status, sfId, clusterId, {}, {}};
     for (std::size_t i = 0; i < ports.size(); ++i) r.channels[i] = {0, ports[i].first, 0, ports[i].second};
   }
-  void active(int row, uint32_t sfId) { db().activeSf[row] = {1, sfId, 0}; }
   // Every index a walk visits from the all-zero index until get-next fails.
   template <typename Next>
-  std::vector<Idx> walk(std::size_t n, Next next) {
+  static std::vector<Idx> walk(std::size_t n, Next next) {
     std::vector<Idx> out;
     Idx from(n, 0), to(n, 0);
     while (out.size() < 50 && next(from, to) == 0) out.push_back(from = to);
     return out;
   }
-  std::vector<Idx> cmServiceWalk(const uint32_t (&ifs)[4]) {
+  static std::vector<Idx> cmServiceWalk(const uint32_t (&ifs)[4]) {
     return walk(2, [&](const Idx& a, Idx& b) { return qos_intDb_GetNextCmServiceTableIndex(a[0], a[1], ifs, &b[0], &b[1]); });
   }
 };
 
-TEST_F(Walks, SingleUpstreamListsOperationalFlowSidsOnceUnderTheFirstInterface) {
+TEST_F(Walks, CmServiceWalkInBothUpstreamModes) {
   flow(0, QOS_SF_OPERATIONAL, 1, 1, 7), flow(1, QOS_SF_OPERATIONAL, 2, 2, 3), flow(2, QOS_SF_ADDING, 3, 3, 5);
   flow(3, QOS_SF_OPERATIONAL, 4, 4, 12), flow(4, QOS_SF_OPERATIONAL, 5, 5, 7), flow(5, QOS_SF_OPERATIONAL, 6, 6, 0);
-  db().sf[9].state = QOS_SF_OPERATIONAL, db().sf[9].sid = 4;  // above sfDbMaxIndex: not covered
-  const uint32_t ifs[4] = {5, 6, 0, 0};
-  EXPECT_EQ(cmServiceWalk(ifs), (std::vector<Idx>{{5, 3}, {5, 7}, {5, 12}}));
-  uint32_t next = 99;
-  EXPECT_EQ(qos_intDb_GetSnmpNextSid(12, &next), -1);
-  EXPECT_EQ(qos_intDb_GetSnmpNextSid(3, &next), 0);
-  EXPECT_EQ(next, 7u);
-  qos_host_docsis_set_upstream_mode(1, 0);  // multiple upstreams without a TCC is still single mode
-  EXPECT_EQ(cmServiceWalk(ifs), (std::vector<Idx>{{5, 3}, {5, 7}, {5, 12}}));
-  EXPECT_TRUE(logs.records().empty());
-}
-
-TEST_F(Walks, MultipleUpstreamListsClusterSidsOfPortsWithAnInterface) {
-  qos_host_docsis_set_upstream_mode(1, 1);
-  flow(0, QOS_SF_OPERATIONAL, 1, 1, 99);
+  db().sf[9].state = QOS_SF_OPERATIONAL, db().sf[9].sid = 4;  // above sfDbMaxIndex
   cluster(0, 1, 9, 1, {{1, 10}, {2, 20}, {3, 30}});
   cluster(1, 1, 8, 1, {{1, 10}, {2, 0}, {0, 0}, {4, 0xFFFF}});
   cluster(2, 0, 7, 1, {{1, 40}});
   const uint32_t ifs[4] = {5, 4, 0, 0xFFFFFFFF};
+  for (auto [multiple, tcc] : {std::pair{0, 1}, std::pair{1, 0}}) {
+    qos_host_docsis_set_upstream_mode(multiple, tcc);
+    EXPECT_EQ(cmServiceWalk(ifs), (std::vector<Idx>{{5, 3}, {5, 7}, {5, 12}}));
+  }
+  uint32_t next = 99;
+  EXPECT_EQ(qos_intDb_GetSnmpNextSid(12, &next), -1);
+  qos_host_docsis_set_upstream_mode(1, 1);
   EXPECT_EQ(cmServiceWalk(ifs), (std::vector<Idx>{{4, 20}, {5, 10}, {0xFFFFFFFF, 0xFFFF}}));
-  uint32_t nextIf = 1, nextSid = 1;
-  EXPECT_EQ(qos_intDb_GetNextCmServiceTableIndex(5, 9, ifs, &nextIf, &nextSid), 0);
-  EXPECT_EQ(Idx({nextIf, nextSid}), Idx({5, 10}));
-  EXPECT_EQ(qos_intDb_GetNextCmServiceTableIndex(5, 9, nullptr, &nextIf, &nextSid), -1);
-  EXPECT_EQ(qos_intDb_GetNextCmServiceTableIndex(5, 9, ifs, &nextIf, nullptr), -1);
+  EXPECT_EQ(qos_intDb_GetNextCmServiceTableIndex(5, 9, nullptr, &next, &next), -1);
+  EXPECT_EQ(next, 99u);
+  EXPECT_TRUE(logs.records().empty());
 }
 
-TEST_F(Walks, SidClusterWalkListsChannelsOfClustersInUseInEitherMode) {
+TEST_F(Walks, SidClusterWalkListsChannelsOfClustersInUse) {
   cluster(3, 1, 9, 1, {{3, 1}, {1, 2}, {0, 3}, {3, 4}});
   cluster(0, 1, 2, 7, {{0, 0}, {4, 5}});
   cluster(1, 0, 1, 1, {{1, 1}});
-  for (int multiple : {0, 1}) {
-    qos_host_docsis_set_upstream_mode(multiple, multiple);
-    EXPECT_EQ(walk(3, [](const Idx& a, Idx& b) {
-                return qos_intDb_GetNextSfSidClusterTableIndex(a[0], a[1], a[2], &b[0], &b[1], &b[2]);
-              }),
-              (std::vector<Idx>{{2, 7, 4}, {9, 1, 1}, {9, 1, 3}}));
-  }
-  uint32_t out[3] = {};
+  qos_host_docsis_set_upstream_mode(1, 1);
+  EXPECT_EQ(walk(3, [](const Idx& a, Idx& b) {
+              return qos_intDb_GetNextSfSidClusterTableIndex(a[0], a[1], a[2], &b[0], &b[1], &b[2]);
+            }),
+            (std::vector<Idx>{{2, 7, 4}, {9, 1, 1}, {9, 1, 3}}));
+  Idx out(3, 0);
   EXPECT_EQ(qos_intDb_GetNextSfSidClusterTableIndex(2, 0x100, 0, &out[0], &out[1], nullptr), -1);
   EXPECT_EQ(qos_intDb_GetNextSfSidClusterTableIndex(2, 0x100, 0, &out[0], &out[1], &out[2]), 0);
-  EXPECT_EQ(Idx(out, out + 3), Idx({9, 1, 1}));
+  EXPECT_EQ(out, Idx({9, 1, 1}));
 }
 
 TEST_F(Walks, CmServiceAttributes) {
   flow(0, QOS_SF_OPERATIONAL, 100, 11, 7), flow(1, QOS_SF_OPERATIONAL, 200, 22, 8), flow(2, QOS_SF_OPERATIONAL, 300, 33, 9);
-  active(0, 200), active(1, 100), active(5, 400);
+  db().activeSf[0] = {1, 200, 0}, db().activeSf[1] = {1, 100, 0}, db().activeSf[5] = {1, 400, 0};
   cluster(0, 1, 100, 1, {{1, 50}, {2, 51}});
   cluster(1, 0, 300, 1, {{1, 60}});
   cluster(2, 1, 400, 1, {{0, 0}, {0, 0}, {3, 70}});
-  struct Case { uint32_t multiple, port, sid; int32_t result; uint32_t active, value2, value3; };
-  const uint32_t k = 0xEEEE;  // untouched output
+  const uint32_t k = 0xEEEE;  // output left alone
+  struct Case { uint32_t multiple, port, sid; int32_t result; Idx out; };
   for (const Case& c : std::vector<Case>{
-           {1, 1, 50, 0, 1, 22, 2},  // value2: the ref of SF row 1, the active index
-           {1, 2, 51, 0, 1, 22, 2}, {1, 2, 50, -1, k, k, k}, {1, 1, 60, -1, k, k, k},
-           {1, 3, 70, -1, 5, k, k},  // SF row 5 is free: fails after writing activeIndex
-           {0, 1, 7, 0, 1, 0, 1}, {0, 4, 8, 0, 0, 0, 1}, {0, 1, 9, -1, k, k, k}, {0, 1, 50, -1, k, k, k},
-           {0, 0, 7, -1, k, k, k}, {1, 5, 50, -1, k, k, k}, {0, 1, 0, -1, k, k, k}, {1, 1, 16384, -1, k, k, k}}) {
+           {1, 1, 50, 0, {1, 22, 2}},  // value2: the ref of SF row 1, row number = active index
+           {1, 2, 51, 0, {1, 22, 2}}, {1, 2, 50, -1, {k, k, k}}, {1, 1, 60, -1, {k, k, k}},
+           {1, 3, 70, -1, {5, k, k}},  // SF row 5 is free: fails after writing activeIndex
+           {0, 1, 7, 0, {1, 0, 1}}, {0, 4, 8, 0, {0, 0, 1}}, {0, 1, 9, -1, {k, k, k}}, {0, 1, 50, -1, {k, k, k}},
+           {0, 0, 7, -1, {k, k, k}}, {1, 5, 50, -1, {k, k, k}}, {0, 1, 0, -1, {k, k, k}}, {1, 1, 16384, -1, {k, k, k}}}) {
     qos_host_docsis_set_upstream_mode(c.multiple, 1);
-    uint32_t out[3] = {k, k, k};
-    EXPECT_EQ(qos_intDb_GetCmServiceTableAttr(c.port, c.sid, &out[0], &out[1], &out[2]), c.result) << c.port << "/" << c.sid;
-    EXPECT_EQ(Idx(out, out + 3), Idx({c.active, c.value2, c.value3})) << c.port << "/" << c.sid;
+    Idx out(3, k);
+    EXPECT_EQ(qos_intDb_GetCmServiceTableAttr(c.port, c.sid, &out[0], &out[1], &out[2]), c.result) << c.sid;
+    EXPECT_EQ(out, c.out) << c.port << "/" << c.sid;
   }
   uint32_t a = k;
   EXPECT_EQ(qos_intDb_GetCmServiceTableAttr(1, 7, &a, nullptr, &a), -1);
