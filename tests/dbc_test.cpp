@@ -53,19 +53,24 @@ class Dbc : public StoreTest {
 
 TEST_F(Dbc, ModificationsBecomeWrittenClusters) {
   active(0, 200), active(1, 100);
-  cluster(100, 1, {{1, 11}, {2, 12}});
+  cluster(100, 1, {{1, 11}, {2, 12}, {0, 0}, {7, 17}});  // UCID 7 is on no port
   cluster(200, 2, {{1, 21}});
   ASSERT_EQ(mod(100, 1, {map(2, 2, 12), map(0, 7, 77), map(1, 3, 13)}), 0);
   ASSERT_EQ(mod(200, 2, {}), 0);
   ASSERT_EQ(mod(300, 1, {map(1, 1, 31)}), 0);
-  EXPECT_EQ(logs.texts(), std::vector<std::string>{"ModDb : SF 100, Cluster 1, Sid 77, Ucid 7, Unrecognized SidCluster action : 0, ignoring"});
-  EXPECT_EQ(logs.records()[0].level, QOS_LOG_NOTICE);
-  const uint32_t channels[4] = {4, 3, 2, 1};
+  ASSERT_EQ(mod(200, 5, {}), 0);  // no such cluster
+  const uint32_t channels[4] = {4, 3, 7, 1};
   EXPECT_EQ(qos_dbc_VerifyAllSidClusterMaps(channels), 0);
   EXPECT_EQ(qos_dbc_SetActions(), 0);
+  EXPECT_EQ(logs.texts(), (std::vector<std::string>{
+                              "ModDb : SF 100, Cluster 1, Sid 77, Ucid 7, Unrecognized SidCluster action : 0, ignoring",
+                              "SF 100, Cluster 1 : Ucid 7 is on no upstream port (port 0), skipping",
+                              "Could not find ClusterId 5 of SF 200"}));
+  EXPECT_EQ(std::vector<int>({logs.records()[0].level, logs.records()[1].level, logs.records()[2].level}),
+            std::vector<int>({QOS_LOG_NOTICE, QOS_LOG_ERROR, QOS_LOG_NOTICE}));
   EXPECT_EQ(fields({{kStore, 4}, {kMod, 4}, {kMod + 4, 4}, {kMod + 8, 1}, {kMod + 9, 1}, {kMod + 16, 2}, {kMod + 18, 1},
                     {kMod + 44, 1}, {kMod + 52, 2}, {kMod + 54, 1}, {kMod + 160, 4}}),
-            (Vals{3, 0, 100, 1, 1, 13, 3, 1, 12, 2, 0xFFFFFFFF}));
+            (Vals{4, 0, 100, 1, 1, 13, 3, 1, 12, 2, 0xFFFFFFFF}));
   EXPECT_EQ(fields({{kStore + 3044, 4}, {kActive, 4}, {kActive + 4, 4}, {kActive + 8, 4}, {kActive + 12, 1}, {kActive + 14, 2},
                     {kActive + 16, 2}, {kActive + 18, 2}, {kActive + 24, 4}, {kActive + 28, 4}, {kActive + 32, 4},
                     {kActive + 40, 4}, {kActive + 44, 4}, {kActive + 48, 4}, {kActive + 84, 4}}),
@@ -119,6 +124,8 @@ TEST_F(Dbc, VerificationChecksEachModificationAgainstClusterAndChannels) {
 }
 
 TEST_F(Dbc, FullListsBadPortsAndWildCountsAreRefused) {
+  active(0, 1);
+  cluster(1, 1, {{1, 11}});
   for (uint32_t sf = 1; sf <= 38; ++sf) ASSERT_EQ(mod(sf, 1, {}), 0);
   refused([&] { return mod(39, 1, {}); }, 1, "ModDb is full (38 entries), cannot add SF 39, Cluster 1");
   ASSERT_EQ(qos_dbc_DbReset(), 0);
@@ -133,10 +140,9 @@ TEST_F(Dbc, FullListsBadPortsAndWildCountsAreRefused) {
   EXPECT_EQ(qos_dbc_ActiveDbAddSid(5, 1, 4, 9), 0);
   EXPECT_EQ(qos_dbc_ActiveDbAddSid(5, 1, 4, 10), 0);  // same entry, second SID
   EXPECT_EQ(fields({{kStore + 3044, 4}, {kActive, 4}, {kActive + 20, 2}}), (Vals{1, 0xFFFFFFFF, 10}));
-  for (uint32_t sf = 1; sf <= 64; ++sf) ASSERT_EQ(qos_dbc_SetSfChannelActive(sf, 8, sf % 2), 0);  // channel 8: no bit
-  refused([] { return qos_dbc_SetSfChannelActive(65, 0, 1); }, 1, "SF bitmap list is full (64 entries), cannot add SF 65");
   uint32_t bitmap = 7;
-  EXPECT_EQ(qos_dbc_GetSfChannelBitmap(63, &bitmap), 0);
+  EXPECT_EQ(qos_dbc_SetSfChannelActive(5, 8, 1), 0);  // channel 8 sets no bit but makes the entry
+  EXPECT_EQ(qos_dbc_GetSfChannelBitmap(5, &bitmap), 0);
   EXPECT_EQ(bitmap, 0u);
 
   // Counts a client wrote beyond their lists read as full lists.
@@ -145,23 +151,10 @@ TEST_F(Dbc, FullListsBadPortsAndWildCountsAreRefused) {
   refused([] { return qos_dbc_ActiveDbAddSid(6, 1, 1, 9); }, 1, "ActiveDb is full (38 entries), cannot add SF 6, Cluster 1");
   refused([] { return qos_dbc_SetSfChannelActive(66, 0, 1); }, 1, "SF bitmap list is full (64 entries), cannot add SF 66");
   const uint32_t channels[4] = {1, 2, 3, 4};
-  EXPECT_EQ(std::make_tuple(qos_dbc_VerifyAllSidClusterMaps(channels), qos_dbc_SetActions(), qos_dbc_RefreshBitmaps(),
+  refused([] { return qos_dbc_SetActions(); }, 1, "ActiveDb is full (38 entries), cannot add SF 1, Cluster 1");
+  EXPECT_EQ(std::make_tuple(qos_dbc_VerifyAllSidClusterMaps(channels), qos_dbc_RefreshBitmaps(),
                             qos_dbc_UpdateSfSidClusterDb(), qos_dbc_GetSfChannelBitmap(5, nullptr)),
-            std::make_tuple(0, 0, 0, 0, -1));
-}
-
-TEST_F(Dbc, SetActionsSkipsChannelsOnNoPortAndStopsAtAFullActiveDb) {
-  active(0, 100);
-  cluster(100, 1, {{1, 11}, {7, 17}});
-  ASSERT_EQ(mod(100, 1, {}), 0);
-  ASSERT_EQ(mod(100, 5, {}), 0);
-  EXPECT_EQ(qos_dbc_SetActions(), 0);
-  EXPECT_EQ(logs.texts(), (std::vector<std::string>{"SF 100, Cluster 1 : Ucid 7 is on no upstream port (port 0), skipping",
-                                                    "Could not find ClusterId 5 of SF 100"}));
-  EXPECT_EQ(logs.records()[1].level, QOS_LOG_NOTICE);
-  EXPECT_EQ(fields({{kStore + 3044, 4}, {kActive + 14, 2}, {kActive + 16, 2}, {kActive + 28, 4}}), (Vals{1, 11, 0, 0}));
-  for (uint8_t c = 2; at<uint32_t>(kStore + 3044) < 38; ++c) ASSERT_EQ(qos_dbc_ActiveDbAddSid(100, c, 1, 1), 0);
-  refused([] { return qos_dbc_SetActions(); }, 1, "ActiveDb is full (38 entries), cannot add SF 100, Cluster 1");
+            std::make_tuple(0, 0, 0, -1));
 }
 
 }  // namespace
