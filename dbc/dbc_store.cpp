@@ -15,6 +15,7 @@
 // refused. Lists only grow; qos_dbc_DbReset and qos_dbc_ResetSfBitmaps
 // empty them. Every operation answers -1 while dbcTaDb is NULL. The caller
 // holds the lock; nothing here takes it.
+#include <algorithm>
 #include <cstring>
 
 #include "frame/log.h"
@@ -35,18 +36,11 @@ uint32_t bitmapsInUse() { return inUse(dbcTaDb->bitmapCount, QOS_DBC_BITMAP_ENTR
 
 bool validPort(uint32_t port) { return port >= 1 && port <= kPorts; }
 
-int32_t findMod(uint32_t sfId, uint8_t clusterId) {
-  for (uint32_t k = 0; k < modsInUse(); ++k) {
-    const QosDbcModEntry& mod = dbcTaDb->modDb[k];
-    if (mod.sfId == sfId && mod.clusterId == clusterId) return static_cast<int32_t>(k);
-  }
-  return -1;
-}
-
-int32_t findActive(uint32_t sfId, uint8_t clusterId) {
-  for (uint32_t j = 0; j < activesInUse(); ++j) {
-    const QosDbcActiveEntry& entry = dbcTaDb->activeDb[j];
-    if (entry.sfId == sfId && entry.clusterId == clusterId) return static_cast<int32_t>(j);
+// The first of `used` ModDb or ActiveDb entries of this flow and cluster, or -1.
+template <typename Entry>
+int32_t findPair(const Entry* entries, uint32_t used, uint32_t sfId, uint8_t clusterId) {
+  for (uint32_t i = 0; i < used; ++i) {
+    if (entries[i].sfId == sfId && entries[i].clusterId == clusterId) return static_cast<int32_t>(i);
   }
   return -1;
 }
@@ -76,62 +70,38 @@ bool appliedAsCluster(const QosDbcActiveEntry& entry) {
   return entry.clusterAction == QOS_DBC_FROM_CLUSTER || entry.clusterAction == QOS_DBC_CLIENT_SET;
 }
 
-// The UCIDs a flow's cluster would hold after one modification.
-class ChannelSet {
- public:
-  // The cluster's current channels, by port; none when it is not stored.
-  ChannelSet(uint32_t sfId, uint8_t clusterId) {
-    SidChannelMapping current[kPorts] = {};
-    if (qos_intDb_GetSfSidCluster(sfId, clusterId, current) != 0) return;
-    for (uint32_t i = 0; i < kPorts; ++i) ucids_[i] = current[i].ucid;
-  }
+// Position of `ucid` among the four UCIDs of a cluster, or -1.
+int32_t slotOf(const uint8_t (&ucids)[kPorts], uint8_t ucid) {
+  const uint8_t* at = std::find(ucids, ucids + kPorts, ucid);
+  return at == ucids + kPorts ? -1 : static_cast<int32_t>(at - ucids);
+}
 
-  bool remove(uint8_t ucid) {
-    uint8_t* slot = find(ucid);
-    if (slot == nullptr) return false;
-    *slot = 0;
-    return true;
-  }
-
-  bool add(uint8_t ucid) {
-    if (find(ucid) != nullptr) return false;
-    uint8_t* slot = find(0);
-    if (slot == nullptr) return false;
-    *slot = ucid;
-    return true;
-  }
-
-  bool within(const uint32_t channelUcids[kPorts]) const {
-    for (uint8_t ucid : ucids_) {
-      if (ucid == 0) continue;
-      bool known = false;
-      for (uint32_t i = 0; i < kPorts; ++i) known = known || channelUcids[i] == ucid;
-      if (!known) return false;
-    }
-    return true;
-  }
-
- private:
-  uint8_t* find(uint8_t ucid) {
-    for (uint8_t& slot : ucids_) {
-      if (slot == ucid) return &slot;
-    }
-    return nullptr;
-  }
-  uint8_t ucids_[kPorts] = {};
-};
-
+// Applies one modification to the UCIDs its flow's cluster holds now (none
+// when the cluster is not stored); UCID 0 in a mapping is no channel.
 bool verify(const QosDbcModEntry& mod, const uint32_t channelUcids[kPorts]) {
-  ChannelSet set(mod.sfId, mod.clusterId);
+  uint8_t ucids[kPorts] = {};
+  SidChannelMapping current[kPorts] = {};
+  if (qos_intDb_GetSfSidCluster(mod.sfId, mod.clusterId, current) == 0) {
+    for (uint32_t i = 0; i < kPorts; ++i) ucids[i] = current[i].ucid;
+  }
   for (uint32_t d = 0; d < inUse(mod.deleteCount, QOS_DBC_MAPS_PER_MOD); ++d) {
-    uint8_t ucid = mod.deleteMaps[d].ucid;
-    if (ucid != 0 && !set.remove(ucid)) return false;
+    const uint8_t ucid = mod.deleteMaps[d].ucid;
+    if (ucid == 0) continue;
+    const int32_t slot = slotOf(ucids, ucid);
+    if (slot < 0) return false;
+    ucids[slot] = 0;
   }
   for (uint32_t a = 0; a < inUse(mod.addCount, QOS_DBC_MAPS_PER_MOD); ++a) {
-    uint8_t ucid = mod.addMaps[a].ucid;
-    if (ucid != 0 && !set.add(ucid)) return false;
+    const uint8_t ucid = mod.addMaps[a].ucid;
+    if (ucid == 0) continue;
+    const int32_t slot = slotOf(ucids, 0);
+    if (slotOf(ucids, ucid) >= 0 || slot < 0) return false;
+    ucids[slot] = ucid;
   }
-  return set.within(channelUcids);
+  for (uint8_t ucid : ucids) {
+    if (ucid != 0 && std::find(channelUcids, channelUcids + kPorts, uint32_t{ucid}) == channelUcids + kPorts) return false;
+  }
+  return true;
 }
 
 }  // namespace
@@ -262,7 +232,7 @@ int32_t qos_dbc_ActiveDbAddSid(uint32_t sfId, uint8_t clusterId, uint32_t port, 
                 sfId, clusterId, port);
     return -1;
   }
-  int32_t existing = findActive(sfId, clusterId);
+  int32_t existing = findPair(dbcTaDb->activeDb, activesInUse(), sfId, clusterId);
   if (existing >= 0) {
     assignPort(dbcTaDb->activeDb[existing], port, sid);
     return 0;
@@ -280,7 +250,7 @@ int32_t qos_dbc_ActiveDbAddSid(uint32_t sfId, uint8_t clusterId, uint32_t port, 
     return -1;
   }
   QosDbcActiveEntry& entry = openActive(j, sfId, clusterId, QOS_DBC_CREATED);
-  int32_t k = findMod(sfId, clusterId);
+  int32_t k = findPair(dbcTaDb->modDb, modsInUse(), sfId, clusterId);
   if (k >= 0) {
     dbcTaDb->modDb[k].activeIndex = static_cast<int32_t>(j);
     entry.modIndex = static_cast<uint32_t>(k);
