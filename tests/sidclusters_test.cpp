@@ -1,0 +1,144 @@
+// sidclusters_test.cpp - SID clusters: the high-water mark, the flow's
+// cluster counter, walks, switchover criteria and the dump.
+#include "support/fixture.h"
+
+namespace qostest {
+namespace {
+
+constexpr std::size_t kStats = 16640;
+constexpr std::size_t kMark = kStats + 32;  // clusterDbMaxIndex
+
+std::size_t cl(uint32_t row, std::size_t field) { return 16704 + 44 * row + field; }
+int8_t counterOf(uint32_t sfRow) { return at<int8_t>(80 * sfRow + 48); }
+
+// Ports 1 and 2 on (ucid, sid) and (ucid+1, sid+1); the first action word set.
+struct Channels {
+  SidChannelMapping m[4];
+};
+Channels channels(uint8_t ucid, uint16_t sid) {
+  Channels c{};
+  c.m[0] = {QOS_MAP_DELETE, ucid, 0, sid};
+  c.m[1] = {0, static_cast<uint8_t>(ucid + 1), 0, static_cast<uint16_t>(sid + 1)};
+  return c;
+}
+int32_t add(uint32_t sfId, uint8_t id, uint8_t ucid) {
+  return qos_intDb_AddSfSidCluster(sfId, id, channels(ucid, ucid * 10).m);
+}
+
+using SidClusters = StoreTest;
+
+TEST_F(SidClusters, ClustersStoredBeforeTheFlowAreCountedByItsAdd) {
+  ASSERT_EQ(add(0x77, 1, 3), 0);
+  EXPECT_EQ(at<int32_t>(kMark), 0);  // row 0 lies in the range already
+  ASSERT_EQ(add(0x77, 2, 5), 0);
+  ASSERT_EQ(add(0x88, 1, 5), 0);
+  EXPECT_EQ(at<int32_t>(kMark), 2);
+  EXPECT_EQ(at<uint32_t>(0), 0u);  // no flow row was touched
+  ASSERT_EQ(qos_intDb_AddSf(0x77, 4, 2), 0);
+  EXPECT_EQ(counterOf(0), 2);
+  ASSERT_EQ(qos_intDb_AddSf(0x77, 4, 2), 0);  // counts again on top
+  EXPECT_EQ(counterOf(0), 4);
+}
+
+TEST_F(SidClusters, AddRewriteAndDeleteMoveTheFlowCounter) {
+  ASSERT_EQ(qos_intDb_AddSf(0x77, 4, 2), 0);
+  ASSERT_EQ(add(0x77, 1, 3), 0);
+  ASSERT_EQ(add(0x77, 2, 4), 0);
+  ASSERT_EQ(add(0x77, 1, 9), 0);  // rewrite: no count, action words not written
+  EXPECT_EQ(counterOf(0), 2);
+  EXPECT_EQ(at<uint32_t>(cl(0, 12)), 0u);
+  EXPECT_EQ(at<uint8_t>(cl(0, 16)), 9u);
+  EXPECT_EQ(at<uint16_t>(cl(0, 18)), 90u);
+  ASSERT_EQ(qos_intDb_DelSfSidCluster(0x77, 1), 0);
+  EXPECT_EQ(qos_intDb_DelSfSidCluster(0x77, 1), -1);
+  EXPECT_EQ(counterOf(0), 1);
+  for (std::size_t b = 0; b < 44; ++b) EXPECT_EQ(at<uint8_t>(cl(0, b)), 0u);
+  ASSERT_EQ(add(0x77, 3, 1), 0);  // reuses row 0 below the mark
+  EXPECT_EQ(at<uint8_t>(cl(0, 8)), 3u);
+  EXPECT_EQ(at<int32_t>(kMark), 1);
+  EXPECT_EQ(counterOf(0), 2);
+  ASSERT_EQ(qos_intDb_DeleteSidClustersOfSf(0x77), 0);  // the flow goes: counter left alone
+  EXPECT_EQ(counterOf(0), 2);
+  EXPECT_EQ(at<uint32_t>(cl(1, 4)), 0u);
+  EXPECT_TRUE(logs.records().empty());
+}
+
+TEST_F(SidClusters, FullTableRefusesNewPairsButRewritesStoredOnes) {
+  for (uint8_t id = 0; id < 79; ++id) ASSERT_EQ(add(0x10, id, 1), 0);
+  uint32_t row = 0;
+  EXPECT_EQ(qos_intDb_FindClusterDbNextFreeIndex(&row), -1);
+  const auto before = snapshot();
+  EXPECT_EQ(add(0x10, 200, 1), -1);
+  EXPECT_EQ(changedOffsets(before, snapshot()), std::vector<std::size_t>{});
+  EXPECT_EQ(logs.texts(), std::vector<std::string>{"qos_intDb_AddSfSidCluster: SID Cluster int DB is full. "
+                                                   "ClusterId =200 of service flow SFID=16 cannot be added to DB"});
+  EXPECT_EQ(logs.records()[0].level, 1);
+  EXPECT_EQ(add(0x10, 5, 7), 0);
+  EXPECT_EQ(at<uint8_t>(cl(5, 16)), 7u);
+}
+
+TEST_F(SidClusters, ReadsWalksAndMappingLookups) {
+  ASSERT_EQ(add(0x99, 1, 3), 0);
+  ASSERT_EQ(add(0x55, 1, 3), 0);
+  ASSERT_EQ(add(0x99, 4, 6), 0);
+  Channels out = channels(0, 0);
+  ASSERT_EQ(qos_intDb_GetSfSidCluster(0x99, 4, out.m), 0);
+  EXPECT_EQ(out.m[0].action, uint32_t{QOS_MAP_DELETE});  // the caller's action words stay
+  EXPECT_EQ(out.m[1].ucid * 1000 + out.m[1].sid, 7061);
+  EXPECT_EQ(qos_intDb_GetSfSidCluster(0x99, 2, out.m), -1);
+
+  uint8_t id = 0;
+  const struct { int32_t cursor, result, after; } walks[] = {
+      {-5, 0, 0}, {-1, 0, 0}, {0, 0, 2}, {2, -1, 2}, {78, -1, 78}, {INT32_MAX, -1, INT32_MAX}};
+  for (const auto& w : walks) {
+    int32_t cursor = w.cursor;
+    EXPECT_EQ(qos_intDb_GetNextSfSidCluster(0x99, &cursor, &id, nullptr), w.result) << w.cursor;
+    EXPECT_EQ(cursor, w.after) << w.cursor;
+  }
+  EXPECT_EQ(id, 4u);
+
+  uint32_t sid = 123;
+  EXPECT_EQ(qos_intDb_GetSidClusterTableRow(0x99, 4, 9, &sid), -1);
+  EXPECT_EQ(sid, 123u);
+  EXPECT_EQ(qos_intDb_GetSidClusterTableRow(0x99, 4, 7, &sid), 0);
+  EXPECT_EQ(sid, 61u);
+  // Free rows are matched like used ones: SFID 0 answers from a free row.
+  EXPECT_EQ(qos_intDb_GetSidClusterTableRow(0, 0, 0, &sid), 0);
+  EXPECT_EQ(sid, 0u);
+  EXPECT_TRUE(logs.records().empty());
+}
+
+TEST_F(SidClusters, SwitchoverCriteriaLimitsAndCount) {
+  ASSERT_EQ(qos_intDb_SetSfSidClusterParams(0x99, 1000, 2000, 30, 4), 0);
+  ASSERT_EQ(qos_intDb_SetSfSidClusterParams(0x99, 1, 2, 3, 5), 0);  // rewrites its row
+  EXPECT_EQ(at<uint8_t>(20180 + 18) * 100 + at<uint32_t>(20180 + 20 + 4), 500u);
+  EXPECT_EQ(qos_intDb_DeleteSfSidClusterParams(0x99), 0);
+  EXPECT_EQ(qos_intDb_DeleteSfSidClusterParams(0x99), 0);  // unknown SFID: 0 too
+  for (uint32_t i = 0; i < 64; ++i) ASSERT_EQ(qos_intDb_SetSfSidClusterParams(0x100 + i, 1, 1, 1, 1), 0);
+  EXPECT_EQ(qos_intDb_SetSfSidClusterParams(0x200, 1, 1, 1, 1), -1);
+  ASSERT_EQ(qos_intDb_SetClusterMaxNum(200), 0);
+  EXPECT_EQ(at<uint32_t>(kStats + 28), 79u);
+  ASSERT_EQ(add(0x99, 1, 3), 0);
+  uint32_t count = 9;
+  ASSERT_EQ(qos_intDb_GetClusterNumber(&count), 0);
+  EXPECT_EQ(count, 0u);  // no operation keeps the count
+  EXPECT_TRUE(logs.records().empty());
+}
+
+TEST_F(SidClusters, DumpListsRowsInUseUpToTheMark) {
+  ASSERT_EQ(add(0x99, 1, 3), 0);
+  ASSERT_EQ(add(0x55, 2, 5), 0);
+  put<uint32_t>(cl(1, 0), 2);  // not status 1
+  put<uint32_t>(cl(2, 0), 1);  // above the mark
+  EXPECT_EQ(captureStdout([] { EXPECT_EQ(qos_intDb_PrintSidClusters(), 0); }),
+            "\n   SID Clusters List: \n\n"
+            "SF ID: 153  Cluster ID: 1:\n"
+            "       UC ID: 3       SID: 30   \n"
+            "       UC ID: 4       SID: 31   \n"
+            "       UC ID: 0       SID: 0   \n"
+            "       UC ID: 0       SID: 0   \n"
+            "\n\n");
+}
+
+}  // namespace
+}  // namespace qostest
