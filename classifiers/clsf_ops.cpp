@@ -1,0 +1,250 @@
+// clsf_ops.cpp - adding classifiers and marking them for change or deletion.
+//
+// Three adds, one per source of classifiers: registration (operational at
+// once, no transaction), and a DSA naming the classifier by reference or by
+// identifier (adding, bound to the transaction). Four DSC operations work on
+// a flow the caller has already found by its row index: append by reference
+// or identifier, change, delete. Every operation keeps the flow's classifier
+// counters at the moment it marks a row; the outcome processing settles the
+// rows when the transaction ends and never touches the counters.
+//
+// Arrival order is free: an add that names a flow the table does not hold
+// creates the flow row as a placeholder (state `referenced`), which the
+// flow's own add takes over later; an add that finds a PHS placeholder for
+// its classifier takes that row over. A failing add leaves every row as it
+// was; only a maximum index raised while choosing a row may stay raised.
+// The DSC operations mark the flow `changing` first and leave it so even
+// when placing the classifier fails afterwards.
+#include "frame/log.h"
+#include "qosintdb.h"
+
+using qos::ClsfRow;
+using qos::local;
+using qos::SfRow;
+
+namespace {
+
+constexpr int32_t kHighestTaIndex = 10;  // the message store's extra record passes too
+
+// A PHS placeholder that a classifier with this flow reference may take over.
+bool placeholderFor(const ClsfRow& r, uint32_t sfRef) {
+  return r.status == QOS_CLSF_PHS_PLACEHOLDER && uint32_t{r.sfRef} == sfRef;
+}
+
+// The silent range checks of the DSC operations.
+bool dscArgsValid(uint32_t sfIndex, uint32_t clsfIndex, int32_t taIndex) {
+  return sfIndex < qos::kSfRows && clsfIndex < qos::kClsfRows && taIndex >= 0 &&
+         taIndex <= kHighestTaIndex;
+}
+
+// A flow row created because a classifier named the flow first.
+SfRow& newFlowPlaceholder(int32_t sfIndex) {
+  SfRow& flow = local.sf[sfIndex];
+  flow.state = QOS_SF_REFERENCED;
+  flow.clsfCounter = 1;
+  return flow;
+}
+
+// The DSC mark of the flow; it stays even if the operation fails later.
+SfRow& markFlowChanging(uint32_t sfIndex, int32_t taIndex) {
+  SfRow& flow = local.sf[sfIndex];
+  flow.state = QOS_SF_CHANGING;
+  flow.taIndex = taIndex;
+  return flow;
+}
+
+void writeAdding(ClsfRow& row, int32_t taIndex) {
+  row.status = QOS_CLSF_ADDING;
+  row.taIndex = taIndex;
+}
+
+void countAppended(SfRow& flow) {
+  flow.clsfCounter++;
+  flow.appendedClsfCounter++;
+}
+
+}  // namespace
+
+extern "C" {
+
+int32_t qos_intDb_AddClsf(uint32_t sfId, uint32_t sfRef, uint32_t clsfRef) {
+  QOS_REQUIRE_SF_DB(-1);
+  int32_t c = qos::clsfTable().findInRange(
+      [clsfRef](const ClsfRow& r) { return uint32_t{r.ref} == clsfRef; });
+  if (c >= 0 && !placeholderFor(local.clsf[c], sfRef)) return -1;
+  if (c < 0 && (c = qos::clsfTable().takeFree()) < 0) {
+    QOS_LOG(QOS_LOG_ERROR, "%s: Classifier int DB is full. Clsf Ref=%d cannot be added to DB",
+            __func__, static_cast<int>(clsfRef));
+    return -1;
+  }
+  int32_t f = qos::sfTable().findInRange(
+      [sfRef](const SfRow& r) { return r.used() && uint32_t{r.ref} == sfRef; });
+  if (f >= 0) {
+    SfRow& flow = local.sf[f];
+    if (flow.state != QOS_SF_REFERENCED && flow.sfId != sfId) return -1;
+    flow.clsfCounter++;
+  } else {
+    if ((f = qos::sfTable().takeFree()) < 0) {
+      QOS_LOG(QOS_LOG_ERROR,
+              "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=%d",
+              __func__, static_cast<int>(clsfRef));
+      return -1;
+    }
+    SfRow& flow = newFlowPlaceholder(f);
+    flow.ref = static_cast<uint16_t>(sfRef);
+    flow.sfId = sfId;
+  }
+  ClsfRow& row = local.clsf[c];
+  row.status = QOS_CLSF_OPERATIONAL;
+  row.ref = static_cast<uint8_t>(clsfRef);
+  row.sfRef = static_cast<uint16_t>(sfRef);
+  return 0;
+}
+
+int32_t qos_intDb_AddClsfRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) {
+  QOS_REQUIRE_SF_DB(-1);
+  int32_t c = qos::clsfTable().findInRange([clsfRef, taIndex](const ClsfRow& r) {
+    return uint32_t{r.ref} == clsfRef && r.taIndex == taIndex;
+  });
+  if (c >= 0 && !placeholderFor(local.clsf[c], sfRef)) {
+    QOS_LOG(QOS_LOG_ERROR,
+            "%s: Clsf with Ref=%d and TA idx=%d already exists. DB idx=%d, SF Ref=%d", __func__,
+            static_cast<int>(clsfRef), static_cast<int>(taIndex), static_cast<int>(c),
+            static_cast<int>(sfRef));
+    return -1;
+  }
+  if (c < 0 && (c = qos::clsfTable().takeFree()) < 0) {
+    QOS_LOG(QOS_LOG_ERROR, "%s: Classifier int DB is full. Clsf Ref=%d cannot be added to DB",
+            __func__, static_cast<int>(clsfRef));
+    return -1;
+  }
+  int32_t f = qos::sfTable().findInRange([sfRef, taIndex](const SfRow& r) {
+    return uint32_t{r.ref} == sfRef && r.taIndex == taIndex;
+  });
+  if (f >= 0) {
+    local.sf[f].clsfCounter++;
+  } else {
+    if ((f = qos::sfTable().takeFree()) < 0) {
+      QOS_LOG(QOS_LOG_ERROR,
+              "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=%d",
+              __func__, static_cast<int>(clsfRef));
+      return -1;
+    }
+    SfRow& flow = newFlowPlaceholder(f);
+    flow.ref = static_cast<uint16_t>(sfRef);
+    flow.taIndex = taIndex;
+  }
+  ClsfRow& row = local.clsf[c];
+  writeAdding(row, taIndex);
+  row.sfRef = static_cast<uint16_t>(sfRef);
+  row.ref = static_cast<uint8_t>(clsfRef);
+  return 0;
+}
+
+int32_t qos_intDb_AddClsfId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
+  QOS_REQUIRE_SF_DB(-1);
+  int32_t c = qos::clsfTable().findInRange(
+      [sfId, clsfId](const ClsfRow& r) { return r.sfId == sfId && uint32_t{r.clsfId} == clsfId; });
+  if (c < 0 && (c = qos::clsfTable().takeFree()) < 0) {
+    QOS_LOG(QOS_LOG_ERROR, "%s: Classifier int DB is full. Clsf Id=%d cannot be added to DB",
+            __func__, static_cast<int>(clsfId));
+    return -1;
+  }
+  int32_t f = qos::sfTable().findInRange([sfId](const SfRow& r) { return r.sfId == sfId; });
+  if (f >= 0) {
+    local.sf[f].clsfCounter++;
+    local.sf[f].taIndex = taIndex;
+  } else {
+    if ((f = qos::sfTable().takeFree()) < 0) {
+      QOS_LOG(QOS_LOG_ERROR,
+              "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Id=%d", __func__,
+              static_cast<int>(clsfId));
+      return -1;
+    }
+    SfRow& flow = newFlowPlaceholder(f);
+    flow.sfId = sfId;
+    flow.taIndex = taIndex;
+  }
+  ClsfRow& row = local.clsf[c];
+  writeAdding(row, taIndex);
+  row.sfId = sfId;
+  row.clsfId = static_cast<uint16_t>(clsfId);
+  return 0;
+}
+
+int32_t qos_intDb_AppendClsfRef(uint32_t sfIndex, uint32_t clsfRef, int32_t taIndex) {
+  QOS_REQUIRE_SF_DB(-1);
+  if (!dscArgsValid(sfIndex, 0, taIndex)) return -1;
+  SfRow& flow = markFlowChanging(sfIndex, taIndex);
+  int32_t c = qos::clsfTable().findInRange([clsfRef, taIndex](const ClsfRow& r) {
+    return uint32_t{r.ref} == clsfRef && r.taIndex == taIndex;
+  });
+  if (c >= 0 && !placeholderFor(local.clsf[c], flow.ref)) {
+    QOS_LOG(QOS_LOG_ERROR, "%s: Clsf with Ref=%d and TA idx=%d already exists. DB idx=%d, SF Id=%d",
+            __func__, static_cast<int>(clsfRef), static_cast<int>(taIndex), static_cast<int>(c),
+            static_cast<int>(flow.sfId));
+    return -1;
+  }
+  if (c < 0 && (c = qos::clsfTable().takeFree()) < 0) {
+    QOS_LOG(
+        QOS_LOG_ERROR,
+        "%s: Classifier int DB is full. Clsf Ref =%d of service flow SFID=%d cannot be added to DB",
+        __func__, static_cast<int>(clsfRef), static_cast<int>(flow.sfId));
+    return -1;
+  }
+  ClsfRow& row = local.clsf[c];
+  writeAdding(row, taIndex);
+  row.sfId = flow.sfId;
+  row.ref = static_cast<uint8_t>(clsfRef);
+  countAppended(flow);
+  return 0;
+}
+
+int32_t qos_intDb_AppendClsfId(uint32_t sfIndex, uint32_t clsfId, int32_t taIndex) {
+  QOS_REQUIRE_SF_DB(-1);
+  if (!dscArgsValid(sfIndex, 0, taIndex)) return -1;
+  SfRow& flow = markFlowChanging(sfIndex, taIndex);
+  const uint32_t sfId = flow.sfId;
+  int32_t c = qos::clsfTable().findInRange(
+      [sfId, clsfId](const ClsfRow& r) { return r.sfId == sfId && uint32_t{r.clsfId} == clsfId; });
+  if (c < 0 && (c = qos::clsfTable().takeFree()) < 0) {
+    QOS_LOG(
+        QOS_LOG_ERROR,
+        "%s: Classifier int DB is full. Clsf Id=%d of service flow SFID=%d cannot be added to DB",
+        __func__, static_cast<int>(clsfId), static_cast<int>(sfId));
+    return -1;
+  }
+  ClsfRow& row = local.clsf[c];
+  writeAdding(row, taIndex);
+  row.sfId = sfId;
+  row.clsfId = static_cast<uint16_t>(clsfId);
+  countAppended(flow);
+  return 0;
+}
+
+// Callers have checked that the rows are in use, belong together and are
+// free of other transactions; this only marks them.
+int32_t qos_intDb_ChangeClassifier(uint32_t sfIndex, uint32_t clsfIndex, int32_t taIndex) {
+  QOS_REQUIRE_SF_DB(-1);
+  if (!dscArgsValid(sfIndex, clsfIndex, taIndex)) return -1;
+  markFlowChanging(sfIndex, taIndex);
+  ClsfRow& row = local.clsf[clsfIndex];
+  row.status = QOS_CLSF_CHANGING;
+  row.taIndex = taIndex;
+  return 0;
+}
+
+// The counters move now; the row is freed only if the transaction succeeds.
+int32_t qos_intDb_DeleteClassifier(uint32_t sfIndex, uint32_t clsfIndex, int32_t taIndex) {
+  QOS_REQUIRE_SF_DB(-1);
+  if (!dscArgsValid(sfIndex, clsfIndex, taIndex)) return -1;
+  SfRow& flow = markFlowChanging(sfIndex, taIndex);
+  flow.clsfCounter--;
+  flow.deletedClsfCounter++;
+  ClsfRow& row = local.clsf[clsfIndex];
+  row.status = QOS_CLSF_DELETING;
+  row.taIndex = taIndex;
+  return 0;
+}
+
+}  // extern "C"

@@ -1,0 +1,283 @@
+// phs_rules.cpp - PHS rule bindings.
+//
+// A PHS rule has no row of its own and none of its suppression parameters
+// are kept here: what the database keeps is the binding. The owning flow's
+// phsCounter counts its rules; the classifier the rule names must exist or
+// is stood in for by a placeholder classifier row (status
+// `phsPlaceholder`) carrying the names the rule gave, which the classifier's
+// own add takes over later. The registration and DSA adds also create a
+// placeholder flow row (state `referenced`) when the flow is not known yet;
+// the DSC operations need the flow to exist and leave it `changing` under
+// the caller's transaction. The counters change when the operation runs;
+// the outcome processing never touches them.
+//
+// The adds make both searches before they write anything, so a failure
+// leaves every row as it was (a maximum index raised while choosing a row
+// may stay raised). The active PHS tables are not touched here.
+#include "frame/log.h"
+#include "qosintdb.h"
+
+using qos::ClsfRow;
+using qos::local;
+using qos::SfRow;
+
+namespace {
+
+// The first flow row with this SFID, whatever its state; -1 if none.
+int32_t flowById(uint32_t sfId) {
+  return qos::sfTable().findInRange([sfId](const SfRow& r) { return r.sfId == sfId; });
+}
+
+// The first classifier row of this identifier and flow, whatever its status.
+int32_t clsfById(uint32_t clsfId, uint32_t sfId) {
+  return qos::clsfTable().findInRange(
+      [clsfId, sfId](const ClsfRow& r) { return uint32_t{r.clsfId} == clsfId && r.sfId == sfId; });
+}
+
+bool freeFor(int32_t rowTaIndex, int32_t taIndex) {
+  return rowTaIndex == -1 || rowTaIndex == taIndex;
+}
+
+// A classifier row and its flow may be used by the caller's transaction
+// only when no other transaction works on either of them.
+bool noConflict(const ClsfRow& clsf, const SfRow& flow, int32_t taIndex) {
+  return freeFor(clsf.taIndex, taIndex) && freeFor(flow.taIndex, taIndex);
+}
+
+ClsfRow& newClsfPlaceholder(int32_t clsfIndex, int32_t taIndex) {
+  ClsfRow& row = local.clsf[clsfIndex];
+  row.status = QOS_CLSF_PHS_PLACEHOLDER;
+  row.taIndex = taIndex;
+  return row;
+}
+
+SfRow& newFlowPlaceholder(int32_t sfIndex, int32_t taIndex) {
+  SfRow& flow = local.sf[sfIndex];
+  flow.state = QOS_SF_REFERENCED;
+  flow.taIndex = taIndex;
+  return flow;
+}
+
+// The DSC mark of the flow, with one more rule counted when `added`.
+void markFlowChanging(SfRow& flow, int32_t taIndex, bool added) {
+  flow.state = QOS_SF_CHANGING;
+  flow.taIndex = taIndex;
+  if (added) flow.phsCounter++;
+}
+
+}  // namespace
+
+// Binds `flow` to the first flow row with this SFID, or logs that the DSC
+// names an unknown flow and fails; `what` completes the message.
+#define QOS_PHS_FLOW(flow, sfId, what)                                               \
+  const int32_t flow##Index_ = flowById(sfId);                                       \
+  if (flow##Index_ < 0) {                                                            \
+    QOS_LOG(QOS_LOG_ERROR, "Cannot find SFID=0x%x in QOS internal DB for PHS " what, \
+            static_cast<unsigned>(sfId));                                            \
+    return -1;                                                                       \
+  }                                                                                  \
+  SfRow& flow = local.sf[flow##Index_]
+
+extern "C" {
+
+int32_t qos_intDb_AddPhs(uint32_t sfRef, uint32_t clsfRef) {
+  QOS_REQUIRE_SF_DB(-1);
+  int32_t c = qos::clsfTable().findInRange(
+      [clsfRef](const ClsfRow& r) { return uint32_t{r.ref} == clsfRef; });
+  const bool newClsf = c < 0;
+  if (!newClsf && uint32_t{local.clsf[c].sfRef} != sfRef) {
+    QOS_LOG(
+        QOS_LOG_ERROR,
+        "Cannot add PHS because of Clsf Ref and SF Ref mismatch, ClsfRef=%d, SF Ref=0x%x, SF ref in DB Clsf=0x%x",
+        static_cast<int>(clsfRef), static_cast<unsigned>(sfRef),
+        static_cast<unsigned>(local.clsf[c].sfRef));
+    return -1;
+  }
+  if (newClsf && (c = qos::clsfTable().takeFree()) < 0) {
+    QOS_LOG(QOS_LOG_ERROR,
+            "%s: Clsf int DB is full. Referenced Clsf=%d cannot be added to DB for PHS", __func__,
+            static_cast<int>(clsfRef));
+    return -1;
+  }
+  int32_t f =
+      qos::sfTable().findInRange([sfRef](const SfRow& r) { return uint32_t{r.ref} == sfRef; });
+  const bool newFlow = f < 0;
+  if (newFlow && (f = qos::sfTable().takeFree()) < 0) {
+    QOS_LOG(QOS_LOG_ERROR,
+            "%s: SF int DB is full. Referenced SF = %d cannot be added to DB for PHS", __func__,
+            static_cast<int>(sfRef));
+    return -1;
+  }
+  if (newClsf) {
+    ClsfRow& row = local.clsf[c];
+    row.status = QOS_CLSF_PHS_PLACEHOLDER;
+    row.ref = static_cast<uint8_t>(clsfRef);
+    row.sfRef = static_cast<uint16_t>(sfRef);
+  }
+  if (newFlow) {
+    local.sf[f].ref = static_cast<uint16_t>(sfRef);
+    local.sf[f].state = QOS_SF_REFERENCED;
+  }
+  local.sf[f].phsCounter++;
+  return 0;
+}
+
+int32_t qos_intDb_AddPhsRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) {
+  QOS_REQUIRE_SF_DB(-1);
+  int32_t c = qos::clsfTable().findInRange([clsfRef, taIndex](const ClsfRow& r) {
+    return uint32_t{r.ref} == clsfRef && r.taIndex == taIndex;
+  });
+  const bool newClsf = c < 0;
+  if (!newClsf && uint32_t{local.clsf[c].sfRef} != sfRef) return -1;
+  if (newClsf && (c = qos::clsfTable().takeFree()) < 0) {
+    QOS_LOG(QOS_LOG_ERROR, "%s: Clsf int DB is full. Refered Clsf=%d cannot be added for PHS",
+            __func__, static_cast<int>(clsfRef));
+    return -1;
+  }
+  int32_t f =
+      qos::sfTable().findInRange([sfRef](const SfRow& r) { return uint32_t{r.ref} == sfRef; });
+  const bool newFlow = f < 0;
+  if (newFlow && (f = qos::sfTable().takeFree()) < 0) {
+    QOS_LOG(QOS_LOG_ERROR, "%s: SF int DB is full. Referred SF=%d cannot be added to DB for PHS",
+            __func__, static_cast<int>(sfRef));
+    return -1;
+  }
+  if (newClsf) {
+    ClsfRow& row = newClsfPlaceholder(c, taIndex);
+    row.ref = static_cast<uint8_t>(clsfRef);
+    row.sfRef = static_cast<uint16_t>(sfRef);
+  }
+  if (newFlow) newFlowPlaceholder(f, taIndex).ref = static_cast<uint16_t>(sfRef);
+  local.sf[f].phsCounter++;
+  return 0;
+}
+
+int32_t qos_intDb_AddPhsId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
+  QOS_REQUIRE_SF_DB(-1);
+  int32_t c = clsfById(clsfId, sfId);
+  const bool newClsf = c < 0;
+  if (!newClsf && !freeFor(local.clsf[c].taIndex, taIndex)) return -1;
+  if (newClsf && (c = qos::clsfTable().takeFree()) < 0) {
+    QOS_LOG(QOS_LOG_ERROR, "%s: Clsf int DB is full. Classifier with ID=%d cannot be added for PHS",
+            __func__, static_cast<int>(clsfId));
+    return -1;
+  }
+  int32_t f = flowById(sfId);
+  const bool newFlow = f < 0;
+  if (newFlow && (f = qos::sfTable().takeFree()) < 0) {
+    QOS_LOG(QOS_LOG_ERROR,
+            "%s: SF int DB is full. Service Flow with ID=%d cannot be added to DB for PHS",
+            __func__, static_cast<int>(sfId));
+    return -1;
+  }
+  if (newClsf) {
+    ClsfRow& row = newClsfPlaceholder(c, taIndex);
+    row.clsfId = static_cast<uint16_t>(clsfId);
+    row.sfId = sfId;
+  }
+  if (newFlow) newFlowPlaceholder(f, taIndex).sfId = sfId;
+  local.sf[f].phsCounter++;
+  return 0;
+}
+
+int32_t qos_intDb_AppendPhs_ClsfRef(uint32_t sfId, uint32_t clsfRef, int32_t taIndex) {
+  QOS_REQUIRE_SF_DB(-1);
+  QOS_PHS_FLOW(flow, sfId, "adding");
+  int32_t c = qos::clsfTable().findInRange(
+      [clsfRef, sfId](const ClsfRow& r) { return uint32_t{r.ref} == clsfRef && r.sfId == sfId; });
+  if (c >= 0) {
+    if (!noConflict(local.clsf[c], flow, taIndex)) {
+      QOS_LOG(
+          QOS_LOG_ERROR,
+          "Cannot append PHS, since other DSX TA runs on the SF or Clsf (SFID=0x%x, ClsfRef=%d)",
+          static_cast<unsigned>(sfId), static_cast<int>(clsfRef));
+      return -1;
+    }
+    local.clsf[c].taIndex = taIndex;
+  } else {
+    if ((c = qos::clsfTable().takeFree()) < 0) {
+      QOS_LOG(QOS_LOG_ERROR,
+              "%s: Clsf int DB is full. Classifier with Ref=%d cannot be added for PHS", __func__,
+              static_cast<int>(clsfRef));
+      return -1;
+    }
+    ClsfRow& row = newClsfPlaceholder(c, taIndex);
+    row.sfId = sfId;
+    row.ref = static_cast<uint8_t>(clsfRef);
+  }
+  markFlowChanging(flow, taIndex, true);
+  return 0;
+}
+
+// A modem-initiated DSC may only name classifiers that exist; the CMTS may
+// name one this modem has not heard of yet, which gets a placeholder.
+int32_t qos_intDb_AppendPhs_ClsfId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
+  QOS_REQUIRE_SF_DB(-1);
+  uint32_t initiator = 0;
+  if (qos_TaDb_GetTaInitiator(static_cast<uint32_t>(taIndex), &initiator) != 0) {
+    QOS_LOG(QOS_LOG_ERROR, "Cannot find TA initiator (TA DB index=%d) for PHS adding",
+            static_cast<int>(taIndex));
+    return -1;
+  }
+  QOS_PHS_FLOW(flow, sfId, "adding");
+  int32_t c = clsfById(clsfId, sfId);
+  if (c >= 0 && !noConflict(local.clsf[c], flow, taIndex)) {
+    QOS_LOG(QOS_LOG_ERROR,
+            "Cannot append PHS, since other DSX TA runs on the SF or Clsf (SFID=0x%x, ClsfId=%d)",
+            static_cast<unsigned>(sfId), static_cast<int>(clsfId));
+    return -1;
+  }
+  if (c < 0 && initiator == QOS_TA_BY_MODEM) {
+    QOS_LOG(QOS_LOG_ERROR, "Cannot append PHS, since its classifier is not found (ClsfId=%d)",
+            static_cast<int>(clsfId));
+    return -1;
+  }
+  if (c < 0) {
+    if ((c = qos::clsfTable().takeFree()) < 0) {
+      QOS_LOG(QOS_LOG_ERROR, "Clsf int DB is full. Classifier with ID=%d cannot be added for PHS",
+              static_cast<int>(clsfId));
+      return -1;
+    }
+    ClsfRow& row = newClsfPlaceholder(c, taIndex);
+    row.clsfId = static_cast<uint16_t>(clsfId);
+    row.sfId = sfId;
+  }
+  markFlowChanging(flow, taIndex, true);
+  return 0;
+}
+
+int32_t qos_intDb_ChangePhs(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
+  QOS_REQUIRE_SF_DB(-1);
+  QOS_PHS_FLOW(flow, sfId, "adding");
+  int32_t c = clsfById(clsfId, sfId);
+  if (c < 0) {
+    QOS_LOG(QOS_LOG_ERROR, "Cannot change PHS, since its classifier is not found (ClsfId=%d)",
+            static_cast<int>(clsfId));
+    return -1;
+  }
+  if (!noConflict(local.clsf[c], flow, taIndex)) {
+    QOS_LOG(QOS_LOG_ERROR,
+            "Cannot change PHS, since other DSX TA runs on the SF or Clsf (SFID=0x%x, ClsfId=%d)",
+            static_cast<unsigned>(sfId), static_cast<int>(clsfId));
+    return -1;
+  }
+  markFlowChanging(flow, taIndex, false);
+  return 0;
+}
+
+// A single-rule delete on a flow that counts no rule leaves the counter at
+// 0: a counter wrapped to 4294967295 would make the consistency check
+// refuse the flow's configuration for PHS rules it does not have.
+int32_t qos_intDb_DeletePhs(uint32_t sfId, int32_t taIndex, uint32_t deleteAll) {
+  QOS_REQUIRE_SF_DB(-1);
+  QOS_PHS_FLOW(flow, sfId, "deleting");
+  markFlowChanging(flow, taIndex, false);
+  if (deleteAll != 0) {
+    flow.phsCounter = 0;
+  } else if (flow.phsCounter != 0) {
+    flow.phsCounter--;
+  }
+  return 0;
+}
+
+}  // extern "C"
