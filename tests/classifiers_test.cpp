@@ -1,0 +1,370 @@
+// classifiers_test.cpp - the classifier table and its operations: arrival
+// orders of flows, classifiers and PHS rules, take-overs, full tables, the
+// DSC marks and their argument checks, lookups and the dump.
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <cstdio>
+
+#include "frame/region.h"
+#include "support/fixture.h"
+
+namespace qostest {
+namespace {
+
+qos::SfRow& sf(int i) { return reinterpret_cast<qos::SfRow*>(region())[i]; }
+qos::ClsfRow& clsf(int i) { return reinterpret_cast<qos::ClsfRow*>(region() + 10240)[i]; }
+qos::QosIntDbStats& stats() { return *reinterpret_cast<qos::QosIntDbStats*>(region() + 16640); }
+
+std::string clsfStr(int i) {
+  const qos::ClsfRow& r = clsf(i);
+  char b[96];
+  std::snprintf(b, sizeof b, "status=%u ref=%u id=0x%x sfRef=%u sfId=0x%x ta=%d", r.status, r.ref,
+                r.clsfId, r.sfRef, r.sfId, r.taIndex);
+  return b;
+}
+
+std::string sfStr(int i) {
+  const qos::SfRow& r = sf(i);
+  char b[96];
+  std::snprintf(b, sizeof b, "state=%u sfId=0x%x ref=%u ta=%d clsf=%u app=%u del=%u phs=%u", r.state,
+                r.sfId, r.ref, r.taIndex, r.clsfCounter, r.appendedClsfCounter,
+                r.deletedClsfCounter, r.phsCounter);
+  return b;
+}
+
+using Classifiers = StoreTest;
+
+// Whatever order the three parts of one binding arrive in, the rows end the same.
+TEST_F(Classifiers, EveryArrivalOrderEndsInTheSameRows) {
+  struct Family {
+    const char* name;
+    std::function<int32_t()> steps[3];  // PHS rule, classifier, flow
+    const char* clsfRow;
+    const char* flowRow;
+  } families[] = {
+      {"registration",
+       {[] { return qos_intDb_AddPhs(3, 7); }, [] { return qos_intDb_AddClsf(0x100, 3, 7); },
+        [] { return qos_intDb_AddSf(0x100, 3, QOS_DIR_UPSTREAM); }},
+       "status=1 ref=7 id=0x0 sfRef=3 sfId=0x0 ta=-1",
+       "state=1 sfId=0x100 ref=3 ta=-1 clsf=1 app=0 del=0 phs=1"},
+      {"DSA by reference",
+       {[] { return qos_intDb_AddPhsRef(3, 7, 4); }, [] { return qos_intDb_AddClsfRef(3, 7, 4); },
+        [] { return qos_intDb_AddSfReference(3, QOS_DIR_UPSTREAM, 4); }},
+       "status=2 ref=7 id=0x0 sfRef=3 sfId=0x0 ta=4",
+       "state=2 sfId=0x0 ref=3 ta=4 clsf=1 app=0 del=0 phs=1"},
+      {"DSA by identifier",
+       {[] { return qos_intDb_AddPhsId(0x100, 9, 4); }, [] { return qos_intDb_AddClsfId(0x100, 9, 4); },
+        [] { return qos_intDb_AddSfId(0x100, QOS_DIR_UPSTREAM, 4); }},
+       "status=2 ref=0 id=0x9 sfRef=0 sfId=0x100 ta=4",
+       "state=2 sfId=0x100 ref=0 ta=4 clsf=1 app=0 del=0 phs=1"},
+  };
+  for (const auto& f : families) {
+    int order[3] = {0, 1, 2};
+    std::vector<uint8_t> first;
+    do {
+      SCOPED_TRACE(std::string(f.name) + " order " + std::to_string(order[0]) +
+                   std::to_string(order[1]) + std::to_string(order[2]));
+      qos_intDb_SfDb_Reset();
+      for (int step : order) EXPECT_EQ(f.steps[step](), 0);
+      EXPECT_EQ(clsfStr(0), f.clsfRow);
+      EXPECT_EQ(sfStr(0), f.flowRow);
+      EXPECT_EQ(sf(0).direction, QOS_DIR_UPSTREAM);
+      EXPECT_EQ(stats().clsfDbMaxIndex, 0);
+      EXPECT_EQ(stats().sfDbMaxIndex, 0);
+      if (first.empty()) first = snapshot();
+      EXPECT_EQ(changedOffsets(first, snapshot()), std::vector<std::size_t>{});
+    } while (std::next_permutation(order, order + 3));
+  }
+  EXPECT_TRUE(logs.records().empty());
+}
+
+TEST_F(Classifiers, AddByReferenceTakesOverOnlyAMatchingPlaceholder) {
+  ASSERT_EQ(qos_intDb_AddPhsRef(3, 7, 0), 0);
+  EXPECT_EQ(qos_intDb_AddClsfRef(4, 7, 0), -1);
+  EXPECT_EQ(clsfStr(0), "status=5 ref=7 id=0x0 sfRef=3 sfId=0x0 ta=0");
+  EXPECT_EQ(qos_intDb_AddClsfRef(3, 7, 0), 0);
+  EXPECT_EQ(clsfStr(0), "status=2 ref=7 id=0x0 sfRef=3 sfId=0x0 ta=0");
+  EXPECT_EQ(qos_intDb_AddClsfRef(3, 7, 0), -1);
+  // Under another transaction the same reference is another classifier, of
+  // another flow row.
+  EXPECT_EQ(qos_intDb_AddClsfRef(3, 7, 1), 0);
+  EXPECT_EQ(clsfStr(1), "status=2 ref=7 id=0x0 sfRef=3 sfId=0x0 ta=1");
+  EXPECT_EQ(sfStr(1), "state=7 sfId=0x0 ref=3 ta=1 clsf=1 app=0 del=0 phs=0");
+  EXPECT_EQ(sfStr(0), "state=7 sfId=0x0 ref=3 ta=0 clsf=1 app=0 del=0 phs=1");
+  ASSERT_EQ(logs.records().size(), 2u);
+  EXPECT_EQ(logs.records()[0].text,
+            "qos_intDb_AddClsfRef: Clsf with Ref=7 and TA idx=0 already exists. DB idx=0, SF Ref=4");
+  EXPECT_EQ(logs.records()[1].text,
+            "qos_intDb_AddClsfRef: Clsf with Ref=7 and TA idx=0 already exists. DB idx=0, SF Ref=3");
+  EXPECT_EQ(logs.records()[1].function, "qos_intDb_AddClsfRef");
+  EXPECT_EQ(logs.records()[1].level, QOS_LOG_ERROR);
+}
+
+// Registration refuses silently; a row chosen before the refusal stays
+// free, only the maximum index it raised stays raised.
+TEST_F(Classifiers, RegistrationAddRefusesSilently) {
+  ASSERT_EQ(qos_intDb_AddSf(0x100, 3, QOS_DIR_UPSTREAM), 0);
+  ASSERT_EQ(qos_intDb_AddClsf(0x100, 3, 7), 0);
+  ASSERT_EQ(qos_intDb_AddPhs(5, 9), 0);  // placeholder of classifier 9 for flow ref 5
+  struct Case {
+    const char* what;
+    uint32_t sfId, sfRef, clsfRef;
+    int32_t clsfMaxAfter;
+  } cases[] = {
+      {"reference held by an operational classifier", 0x100, 3, 7, 1},
+      {"placeholder of another flow reference", 0x100, 3, 9, 1},
+      {"flow reference held by another SFID", 0x200, 3, 8, 2},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    auto before = snapshot();
+    EXPECT_EQ(qos_intDb_AddClsf(c.sfId, c.sfRef, c.clsfRef), -1);
+    EXPECT_EQ(stats().clsfDbMaxIndex, c.clsfMaxAfter);
+    stats().clsfDbMaxIndex = reinterpret_cast<const qos::QosIntDbStats*>(&before[16640])->clsfDbMaxIndex;
+    EXPECT_EQ(changedOffsets(before, snapshot()), std::vector<std::size_t>{});
+  }
+  EXPECT_TRUE(logs.records().empty());
+}
+
+TEST_F(Classifiers, FullTablesRefuseWithTheirMessagesAndWriteNoRow) {
+  uint32_t modemTa = 0, cmtsTa = 0;
+  ASSERT_EQ(qos_TaDb_AddNewTa(0, QOS_TA_DSC, QOS_TA_BY_MODEM, 0, nullptr, &modemTa), 0);
+  ASSERT_EQ(qos_TaDb_AddNewTa(55, QOS_TA_DSC, QOS_TA_BY_CMTS, 0, nullptr, &cmtsTa), 0);
+  const int32_t ta = static_cast<int32_t>(cmtsTa);
+  auto fillFlows = [] {
+    for (int i = 0; i < 128; ++i) {
+      sf(i).state = QOS_SF_OPERATIONAL;
+      sf(i).sfId = 0x1000u + i;
+      sf(i).ref = static_cast<uint16_t>(1000 + i);
+    }
+    stats().sfDbMaxIndex = 127;
+  };
+  auto fillClsfs = [] {
+    for (int i = 0; i < 320; ++i) clsf(i) = {QOS_CLSF_OPERATIONAL, 200, 0, 0, 0, 0, 0x9999, -1};
+    stats().clsfDbMaxIndex = 319;
+  };
+  struct Case {
+    bool flowsFull;
+    std::function<int32_t()> call;
+    const char* text;
+    bool marksFlow = false;  // DSC appends mark flow row 0 before they fail
+  } cases[] = {
+      {false, [] { return qos_intDb_AddClsf(0x100, 3, 7); },
+       "qos_intDb_AddClsf: Classifier int DB is full. Clsf Ref=7 cannot be added to DB"},
+      {false, [] { return qos_intDb_AddClsfRef(3, 7, 1); },
+       "qos_intDb_AddClsfRef: Classifier int DB is full. Clsf Ref=7 cannot be added to DB"},
+      {false, [] { return qos_intDb_AddClsfId(0x100, 9, 1); },
+       "qos_intDb_AddClsfId: Classifier int DB is full. Clsf Id=9 cannot be added to DB"},
+      {false, [] { return qos_intDb_AppendClsfRef(0, 7, 1); },
+       "qos_intDb_AppendClsfRef: Classifier int DB is full. Clsf Ref =7 of service flow SFID=256 cannot be added to DB",
+       true},
+      {false, [] { return qos_intDb_AppendClsfId(0, 9, 1); },
+       "qos_intDb_AppendClsfId: Classifier int DB is full. Clsf Id=9 of service flow SFID=256 cannot be added to DB",
+       true},
+      {false, [] { return qos_intDb_AddPhs(3, 7); },
+       "qos_intDb_AddPhs: Clsf int DB is full. Referenced Clsf=7 cannot be added to DB for PHS"},
+      {false, [] { return qos_intDb_AddPhsRef(3, 7, 1); },
+       "qos_intDb_AddPhsRef: Clsf int DB is full. Refered Clsf=7 cannot be added for PHS"},
+      {false, [] { return qos_intDb_AddPhsId(0x100, 9, 1); },
+       "qos_intDb_AddPhsId: Clsf int DB is full. Classifier with ID=9 cannot be added for PHS"},
+      {false, [] { return qos_intDb_AppendPhs_ClsfRef(0x100, 7, 1); },
+       "qos_intDb_AppendPhs_ClsfRef: Clsf int DB is full. Classifier with Ref=7 cannot be added for PHS"},
+      {false, [ta] { return qos_intDb_AppendPhs_ClsfId(0x100, 9, ta); },
+       "Clsf int DB is full. Classifier with ID=9 cannot be added for PHS"},
+      {true, [] { return qos_intDb_AddClsf(0x100, 3, 7); },
+       "qos_intDb_AddClsf: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=7"},
+      {true, [] { return qos_intDb_AddClsfRef(3, 7, 1); },
+       "qos_intDb_AddClsfRef: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=7"},
+      {true, [] { return qos_intDb_AddClsfId(0x100, 9, 1); },
+       "qos_intDb_AddClsfId: SF int DB is full. Referenced SF cannot be added to DB for Clsf Id=9"},
+      {true, [] { return qos_intDb_AddPhs(3, 7); },
+       "qos_intDb_AddPhs: SF int DB is full. Referenced SF = 3 cannot be added to DB for PHS"},
+      {true, [] { return qos_intDb_AddPhsRef(3, 7, 1); },
+       "qos_intDb_AddPhsRef: SF int DB is full. Referred SF=3 cannot be added to DB for PHS"},
+      {true, [] { return qos_intDb_AddPhsId(0x100, 9, 1); },
+       "qos_intDb_AddPhsId: SF int DB is full. Service Flow with ID=256 cannot be added to DB for PHS"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    qos_intDb_SfDb_Reset();
+    if (c.flowsFull) {
+      fillFlows();
+    } else {
+      ASSERT_EQ(qos_intDb_AddSf(0x100, 3, QOS_DIR_UPSTREAM), 0);
+      fillClsfs();
+    }
+    auto before = snapshot();
+    logs.clear();
+    EXPECT_EQ(c.call(), -1);
+    ASSERT_EQ(logs.records().size(), 1u);
+    EXPECT_EQ(logs.records()[0].text, c.text);
+    EXPECT_EQ(logs.records()[0].level, QOS_LOG_ERROR);
+    EXPECT_EQ(logs.records()[0].module, QOS_MODULE_TABLES);
+    if (c.marksFlow) {
+      EXPECT_EQ(sfStr(0), "state=3 sfId=0x100 ref=3 ta=1 clsf=0 app=0 del=0 phs=0");
+      sf(0).state = QOS_SF_OPERATIONAL;
+      sf(0).taIndex = -1;
+    }
+    EXPECT_EQ(changedOffsets(before, snapshot()), std::vector<std::size_t>{});
+  }
+}
+
+// The DSC operations mark at once, keep the counters at once and leave the
+// flow changing even when the append fails afterwards.
+TEST_F(Classifiers, DscOperationsMarkAndCountAtOnce) {
+  ASSERT_EQ(qos_intDb_AddSf(0x100, 3, QOS_DIR_UPSTREAM), 0);
+  ASSERT_EQ(qos_intDb_AddClsf(0x100, 3, 7), 0);
+  ASSERT_EQ(qos_intDb_SetClsfId(0, 9), 0);
+  ASSERT_EQ(qos_intDb_SetClsfSfid(0, 0x100), 0);
+  EXPECT_EQ(qos_intDb_AppendClsfRef(0, 8, 2), 0);
+  EXPECT_EQ(qos_intDb_AppendClsfId(0, 12, 2), 0);
+  EXPECT_EQ(clsfStr(1), "status=2 ref=8 id=0x0 sfRef=0 sfId=0x100 ta=2");
+  EXPECT_EQ(clsfStr(2), "status=2 ref=0 id=0xc sfRef=0 sfId=0x100 ta=2");
+  EXPECT_EQ(sfStr(0), "state=3 sfId=0x100 ref=3 ta=2 clsf=3 app=2 del=0 phs=0");
+  EXPECT_EQ(qos_intDb_ChangeClassifier(0, 0, 10), 0);  // index 10 passes the check
+  EXPECT_EQ(qos_intDb_DeleteClassifier(0, 1, 10), 0);
+  EXPECT_EQ(clsfStr(0), "status=3 ref=7 id=0x9 sfRef=3 sfId=0x100 ta=10");
+  EXPECT_EQ(clsfStr(1), "status=4 ref=8 id=0x0 sfRef=0 sfId=0x100 ta=10");
+  EXPECT_EQ(sfStr(0), "state=3 sfId=0x100 ref=3 ta=10 clsf=2 app=2 del=1 phs=0");
+  // An identifier add takes over whatever row holds it.
+  EXPECT_EQ(qos_intDb_AddClsfId(0x100, 9, 1), 0);
+  EXPECT_EQ(clsfStr(0), "status=2 ref=7 id=0x9 sfRef=3 sfId=0x100 ta=1");
+  EXPECT_EQ(sfStr(0), "state=3 sfId=0x100 ref=3 ta=1 clsf=3 app=2 del=1 phs=0");
+  EXPECT_TRUE(logs.records().empty());
+
+  sf(0).state = QOS_SF_OPERATIONAL;
+  EXPECT_EQ(qos_intDb_AppendClsfRef(0, 7, 1), -1);
+  EXPECT_EQ(sfStr(0), "state=3 sfId=0x100 ref=3 ta=1 clsf=3 app=2 del=1 phs=0");
+  ASSERT_EQ(logs.records().size(), 1u);
+  EXPECT_EQ(logs.records()[0].text,
+            "qos_intDb_AppendClsfRef: Clsf with Ref=7 and TA idx=1 already exists. DB idx=0, SF Id=256");
+}
+
+TEST_F(Classifiers, DscArgumentChecksRefuseSilently) {
+  ASSERT_EQ(qos_intDb_AddSf(0x100, 3, QOS_DIR_UPSTREAM), 0);
+  ASSERT_EQ(qos_intDb_AddClsf(0x100, 3, 7), 0);
+  auto before = snapshot();
+  struct Case {
+    uint32_t sfIndex, clsfIndex;
+    int32_t taIndex;
+  } cases[] = {{128, 0, 0}, {0xFFFFFFFF, 0, 0}, {0, 0, 11}, {0, 0, -1}, {0, 320, 0}, {0, 0xFFFFFFFF, 0}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.sfIndex << " " << c.clsfIndex << " " << c.taIndex);
+    EXPECT_EQ(qos_intDb_ChangeClassifier(c.sfIndex, c.clsfIndex, c.taIndex), -1);
+    EXPECT_EQ(qos_intDb_DeleteClassifier(c.sfIndex, c.clsfIndex, c.taIndex), -1);
+    if (c.clsfIndex != 0) continue;  // the appends take no classifier index
+    EXPECT_EQ(qos_intDb_AppendClsfRef(c.sfIndex, 8, c.taIndex), -1);
+    EXPECT_EQ(qos_intDb_AppendClsfId(c.sfIndex, 8, c.taIndex), -1);
+  }
+  EXPECT_EQ(changedOffsets(before, snapshot()), std::vector<std::size_t>{});
+  EXPECT_TRUE(logs.records().empty());
+}
+
+TEST_F(Classifiers, LookupsSeeOrSkipPlaceholdersAndStopAtTheMaximumIndex) {
+  clsf(0) = {QOS_CLSF_PHS_PLACEHOLDER, 7, 0, 9, 0, 0, 0x100, 2};
+  clsf(1) = {QOS_CLSF_OPERATIONAL, 7, 0, 0, 3, 0, 0x100, -1};
+  clsf(2) = {QOS_CLSF_DELETING, 8, 0, 11, 0, 0, 0x200, 3};
+  clsf(4) = {QOS_CLSF_OPERATIONAL, 9, 0, 12, 0, 0, 0x100, -1};
+  clsf(5) = {QOS_CLSF_OPERATIONAL, 10, 0, 13, 0, 0, 0x100, -1};  // above the maximum index
+  stats().clsfDbMaxIndex = 4;
+  uint32_t idx = 99, v = 99;
+  uint16_t id = 99;
+  EXPECT_EQ(qos_intDb_FindClsfByRef(7, &idx), 0);
+  EXPECT_EQ(idx, 1u);
+  EXPECT_EQ(qos_intDb_FindClsfByRef(7 + 256, &idx), -1);
+  EXPECT_EQ(qos_intDb_FindClsfByRef(10, &idx), -1);
+  EXPECT_EQ(qos_intDb_FindClsfById(9, 0x100, &idx), 0);
+  EXPECT_EQ(idx, 0u);
+  EXPECT_EQ(qos_intDb_FindClsfById(9 + 65536, 0x100, &idx), -1);
+  EXPECT_EQ(qos_intDb_FindClsfByTaAndRef(7, 2, &idx), 0);
+  EXPECT_EQ(idx, 0u);
+  EXPECT_EQ(qos_intDb_FindClsfByTaAndRef(7, 0xFFFFFFFF, &idx), 0);
+  EXPECT_EQ(idx, 1u);
+
+  std::vector<uint32_t> walk;
+  for (int32_t prev = -1; qos_intDb_GetNextClsfOfSf(0x100, prev, &id, &idx) == 0;) {
+    walk.push_back(idx);
+    walk.push_back(id);
+    prev = static_cast<int32_t>(idx);
+  }
+  EXPECT_EQ(walk, (std::vector<uint32_t>{0, 9, 1, 0, 4, 12}));
+  EXPECT_EQ(qos_intDb_GetNextClsfOfSf(0x100, 319, &id, &idx), -1);
+  EXPECT_EQ(qos_intDb_GetNextClsfOfSf(0x100, 320, &id, &idx), -1);
+
+  id = 99;
+  EXPECT_EQ(qos_intDb_GetClsfId(0, &id), -1);  // placeholder
+  EXPECT_EQ(qos_intDb_GetClsfId(1, &id), -1);  // identifier not known yet
+  EXPECT_EQ(id, 99);
+  EXPECT_EQ(qos_intDb_GetClsfId(4, &id), 0);
+  EXPECT_EQ(id, 12);
+  EXPECT_EQ(qos_intDb_GetClsfSfid(0, &v), -1);
+  EXPECT_EQ(qos_intDb_GetClsfSfid(3, &v), -1);
+  EXPECT_EQ(qos_intDb_GetClsfSfid(2, &v), 0);
+  EXPECT_EQ(v, 0x200u);
+  EXPECT_EQ(qos_intDb_IsClsfInDeleting(2, &v), 0);
+  EXPECT_EQ(v, 1u);
+  EXPECT_EQ(qos_intDb_IsClsfInDeleting(3, &v), 0);
+  EXPECT_EQ(v, 0u);
+  EXPECT_TRUE(logs.records().empty());
+
+  EXPECT_EQ(qos_intDb_IsClsfInDeleting(320, &v), -1);
+  EXPECT_EQ(qos_intDb_SetClsfId(0xFFFFFFFF, 1), -1);
+  EXPECT_EQ(logs.texts(), (std::vector<std::string>{
+                              "func qos_intDb_IsClsfInDeleting: ---> Clsf DB index 320 is out of range",
+                              "func qos_intDb_SetClsfId: ---> Clsf DB index -1 is out of range"}));
+}
+
+TEST_F(Classifiers, FreeRowSearchAndStatisticsWords) {
+  uint32_t idx = 99, v = 0;
+  EXPECT_EQ(qos_intDb_FindClsfDbNextFreeIndex(&idx), 0);
+  EXPECT_EQ(qos_intDb_FindClsfDbNextFreeIndex(&idx), 0);
+  EXPECT_EQ(idx, 0u);
+  EXPECT_EQ(stats().clsfDbMaxIndex, 0);
+  clsf(0).status = QOS_CLSF_ADDING;
+  EXPECT_EQ(qos_intDb_FindClsfDbNextFreeIndex(&idx), 0);
+  EXPECT_EQ(idx, 1u);
+  EXPECT_EQ(qos_intDb_GetClsfDbMaxIndex(&v), 0);
+  EXPECT_EQ(v, 1u);
+  for (int i = 0; i < 320; ++i) clsf(i).status = QOS_CLSF_OPERATIONAL;
+  stats().clsfDbMaxIndex = 319;
+  EXPECT_EQ(qos_intDb_FindClsfDbNextFreeIndex(&idx), -1);
+  EXPECT_EQ(stats().clsfDbMaxIndex, 319);
+
+  EXPECT_EQ(qos_intDb_GetClsfMaxNum(&v), 0);
+  EXPECT_EQ(v, 160u);
+  EXPECT_EQ(qos_intDb_SetClsfMaxNum(0xFFFFFFFF), 0);
+  EXPECT_EQ(stats().clsfMaxNum, -1);
+  EXPECT_EQ(qos_intDb_GetClsfNumber(&v), 0);
+  EXPECT_EQ(v, 0u);
+  EXPECT_TRUE(logs.records().empty());
+}
+
+TEST_F(Classifiers, PrintShowsUsedRows) {
+  clsf(0) = {QOS_CLSF_PHS_PLACEHOLDER, 7, 0, 0x1a, 3, 0, 0x100, 2};
+  clsf(2) = {QOS_CLSF_OPERATIONAL, 12, 0, 0xbeef, 300, 0, 0x12345678, -1};
+  stats().clsfDbMaxIndex = 2;
+  const std::string row0 =
+      "Clsf DB Idx=0    ClsfID=0x1a     Ref=7    SFID=0x100        SF Ref=3   Status=5  TaIndex=2 \n";
+  const std::string row2 =
+      "Clsf DB Idx=2    ClsfID=0xbeef   Ref=12   SFID=0x12345678   SF Ref=300  Status=1  TaIndex=-1 \n";
+  int32_t rc = 0;
+  EXPECT_EQ(captureStdout([&] { rc = qos_intDb_PrintClsf(1000); }),
+            "   Classifier internal data base \n\n" + row0 + row2);
+  EXPECT_EQ(rc, 0);
+  EXPECT_EQ(captureStdout([&] { rc = qos_intDb_PrintClsf(2); }), row2);
+  EXPECT_EQ(captureStdout([&] { rc = qos_intDb_PrintClsf(1); }), "");
+  EXPECT_EQ(rc, 0);
+  EXPECT_EQ(captureStdout([&] { rc = qos_intDb_PrintClsf(-1); }),
+            " Incorrect classifier internal DB index -1 \n");
+  EXPECT_EQ(rc, -1);
+  EXPECT_TRUE(logs.records().empty());
+}
+
+TEST_F(Classifiers, MaximumIndexRecomputationIsNotExported) {
+  EXPECT_EQ(dlsym(RTLD_DEFAULT, "qos_intDb_UpdateClsfDbMaxIndex"), nullptr);
+  EXPECT_NE(dlsym(RTLD_DEFAULT, "qos_intDb_FindClsfDbNextFreeIndex"), nullptr);
+}
+
+}  // namespace
+}  // namespace qostest
