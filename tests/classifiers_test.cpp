@@ -69,9 +69,7 @@ TEST_F(Classifiers, EveryArrivalOrderEndsInTheSameRows) {
       for (int step : order) EXPECT_EQ(f.steps[step](), 0);
       EXPECT_EQ(clsfStr(0), f.clsfRow);
       EXPECT_EQ(sfStr(0), f.flowRow);
-      EXPECT_EQ(sf(0).direction, QOS_DIR_UPSTREAM);
-      EXPECT_EQ(stats().clsfDbMaxIndex, 0);
-      EXPECT_EQ(stats().sfDbMaxIndex, 0);
+      EXPECT_EQ(stats().clsfDbMaxIndex + stats().sfDbMaxIndex, 0);  // no row wasted
       if (first.empty()) first = snapshot();
       EXPECT_EQ(changedOffsets(first, snapshot()), std::vector<std::size_t>{});
     } while (std::next_permutation(order, order + 3));
@@ -79,130 +77,86 @@ TEST_F(Classifiers, EveryArrivalOrderEndsInTheSameRows) {
   EXPECT_TRUE(logs.records().empty());
 }
 
-TEST_F(Classifiers, AddByReferenceTakesOverOnlyAMatchingPlaceholder) {
+// A reference add takes over only a placeholder of the same flow reference;
+// registration refuses silently, and a row it chose stays free (only the
+// maximum index raised while choosing stays raised).
+TEST_F(Classifiers, TakeOverOnlyOfAMatchingPlaceholder) {
   ASSERT_EQ(qos_intDb_AddPhsRef(3, 7, 0), 0);
   EXPECT_EQ(qos_intDb_AddClsfRef(4, 7, 0), -1);
   EXPECT_EQ(clsfStr(0), "status=5 ref=7 id=0x0 sfRef=3 sfId=0x0 ta=0");
   EXPECT_EQ(qos_intDb_AddClsfRef(3, 7, 0), 0);
-  EXPECT_EQ(clsfStr(0), "status=2 ref=7 id=0x0 sfRef=3 sfId=0x0 ta=0");
   EXPECT_EQ(qos_intDb_AddClsfRef(3, 7, 0), -1);
-  // Under another transaction the same reference is another classifier, of
-  // another flow row.
-  EXPECT_EQ(qos_intDb_AddClsfRef(3, 7, 1), 0);
+  EXPECT_EQ(qos_intDb_AddClsfRef(3, 7, 1), 0);  // another transaction: another classifier and flow
+  EXPECT_EQ(clsfStr(0), "status=2 ref=7 id=0x0 sfRef=3 sfId=0x0 ta=0");
   EXPECT_EQ(clsfStr(1), "status=2 ref=7 id=0x0 sfRef=3 sfId=0x0 ta=1");
   EXPECT_EQ(sfStr(1), "state=7 sfId=0x0 ref=3 ta=1 clsf=1 app=0 del=0 phs=0");
-  EXPECT_EQ(sfStr(0), "state=7 sfId=0x0 ref=3 ta=0 clsf=1 app=0 del=0 phs=1");
-  ASSERT_EQ(logs.records().size(), 2u);
-  EXPECT_EQ(logs.records()[0].text,
-            "qos_intDb_AddClsfRef: Clsf with Ref=7 and TA idx=0 already exists. DB idx=0, SF Ref=4");
-  EXPECT_EQ(logs.records()[1].text,
-            "qos_intDb_AddClsfRef: Clsf with Ref=7 and TA idx=0 already exists. DB idx=0, SF Ref=3");
-  EXPECT_EQ(logs.records()[1].function, "qos_intDb_AddClsfRef");
+  EXPECT_EQ(logs.texts(), (std::vector<std::string>{
+                              "qos_intDb_AddClsfRef: Clsf with Ref=7 and TA idx=0 already exists. DB idx=0, SF Ref=4",
+                              "qos_intDb_AddClsfRef: Clsf with Ref=7 and TA idx=0 already exists. DB idx=0, SF Ref=3"}));
   EXPECT_EQ(logs.records()[1].level, QOS_LOG_ERROR);
-}
 
-// Registration refuses silently; a row chosen before the refusal stays
-// free, only the maximum index it raised stays raised.
-TEST_F(Classifiers, RegistrationAddRefusesSilently) {
+  qos_intDb_SfDb_Reset();
   ASSERT_EQ(qos_intDb_AddSf(0x100, 3, QOS_DIR_UPSTREAM), 0);
   ASSERT_EQ(qos_intDb_AddClsf(0x100, 3, 7), 0);
-  ASSERT_EQ(qos_intDb_AddPhs(5, 9), 0);  // placeholder of classifier 9 for flow ref 5
-  struct Case {
-    const char* what;
-    uint32_t sfId, sfRef, clsfRef;
-    int32_t clsfMaxAfter;
-  } cases[] = {
-      {"reference held by an operational classifier", 0x100, 3, 7, 1},
-      {"placeholder of another flow reference", 0x100, 3, 9, 1},
-      {"flow reference held by another SFID", 0x200, 3, 8, 2},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    auto before = snapshot();
-    EXPECT_EQ(qos_intDb_AddClsf(c.sfId, c.sfRef, c.clsfRef), -1);
-    EXPECT_EQ(stats().clsfDbMaxIndex, c.clsfMaxAfter);
-    stats().clsfDbMaxIndex = reinterpret_cast<const qos::QosIntDbStats*>(&before[16640])->clsfDbMaxIndex;
-    EXPECT_EQ(changedOffsets(before, snapshot()), std::vector<std::size_t>{});
-  }
+  ASSERT_EQ(qos_intDb_AddPhs(5, 9), 0);  // placeholder row 1 of classifier 9, flow reference 5
+  logs.clear();
+  auto before = snapshot();
+  EXPECT_EQ(qos_intDb_AddClsf(0x100, 3, 7), -1);  // an operational classifier holds reference 7
+  EXPECT_EQ(qos_intDb_AddClsf(0x100, 3, 9), -1);  // placeholder of another flow reference
+  EXPECT_EQ(changedOffsets(before, snapshot()), std::vector<std::size_t>{});
+  EXPECT_EQ(qos_intDb_AddClsf(0x200, 3, 8), -1);  // flow reference 3 has another SFID
+  EXPECT_EQ(stats().clsfDbMaxIndex, 2);
+  stats().clsfDbMaxIndex = 1;
+  EXPECT_EQ(changedOffsets(before, snapshot()), std::vector<std::size_t>{});
   EXPECT_TRUE(logs.records().empty());
 }
 
 TEST_F(Classifiers, FullTablesRefuseWithTheirMessagesAndWriteNoRow) {
-  uint32_t modemTa = 0, cmtsTa = 0;
-  ASSERT_EQ(qos_TaDb_AddNewTa(0, QOS_TA_DSC, QOS_TA_BY_MODEM, 0, nullptr, &modemTa), 0);
-  ASSERT_EQ(qos_TaDb_AddNewTa(55, QOS_TA_DSC, QOS_TA_BY_CMTS, 0, nullptr, &cmtsTa), 0);
-  const int32_t ta = static_cast<int32_t>(cmtsTa);
-  auto fillFlows = [] {
-    for (int i = 0; i < 128; ++i) {
-      sf(i).state = QOS_SF_OPERATIONAL;
-      sf(i).sfId = 0x1000u + i;
-      sf(i).ref = static_cast<uint16_t>(1000 + i);
-    }
-    stats().sfDbMaxIndex = 127;
-  };
-  auto fillClsfs = [] {
-    for (int i = 0; i < 320; ++i) clsf(i) = {QOS_CLSF_OPERATIONAL, 200, 0, 0, 0, 0, 0x9999, -1};
-    stats().clsfDbMaxIndex = 319;
-  };
+  uint32_t ta = 0;  // a CMTS-initiated transaction, row 0
+  ASSERT_EQ(qos_TaDb_AddNewTa(55, QOS_TA_DSC, QOS_TA_BY_CMTS, 0, nullptr, &ta), 0);
   struct Case {
     bool flowsFull;
     std::function<int32_t()> call;
     const char* text;
     bool marksFlow = false;  // DSC appends mark flow row 0 before they fail
   } cases[] = {
-      {false, [] { return qos_intDb_AddClsf(0x100, 3, 7); },
-       "qos_intDb_AddClsf: Classifier int DB is full. Clsf Ref=7 cannot be added to DB"},
-      {false, [] { return qos_intDb_AddClsfRef(3, 7, 1); },
-       "qos_intDb_AddClsfRef: Classifier int DB is full. Clsf Ref=7 cannot be added to DB"},
-      {false, [] { return qos_intDb_AddClsfId(0x100, 9, 1); },
-       "qos_intDb_AddClsfId: Classifier int DB is full. Clsf Id=9 cannot be added to DB"},
-      {false, [] { return qos_intDb_AppendClsfRef(0, 7, 1); },
-       "qos_intDb_AppendClsfRef: Classifier int DB is full. Clsf Ref =7 of service flow SFID=256 cannot be added to DB",
-       true},
-      {false, [] { return qos_intDb_AppendClsfId(0, 9, 1); },
-       "qos_intDb_AppendClsfId: Classifier int DB is full. Clsf Id=9 of service flow SFID=256 cannot be added to DB",
-       true},
-      {false, [] { return qos_intDb_AddPhs(3, 7); },
-       "qos_intDb_AddPhs: Clsf int DB is full. Referenced Clsf=7 cannot be added to DB for PHS"},
-      {false, [] { return qos_intDb_AddPhsRef(3, 7, 1); },
-       "qos_intDb_AddPhsRef: Clsf int DB is full. Refered Clsf=7 cannot be added for PHS"},
-      {false, [] { return qos_intDb_AddPhsId(0x100, 9, 1); },
-       "qos_intDb_AddPhsId: Clsf int DB is full. Classifier with ID=9 cannot be added for PHS"},
-      {false, [] { return qos_intDb_AppendPhs_ClsfRef(0x100, 7, 1); },
-       "qos_intDb_AppendPhs_ClsfRef: Clsf int DB is full. Classifier with Ref=7 cannot be added for PHS"},
-      {false, [ta] { return qos_intDb_AppendPhs_ClsfId(0x100, 9, ta); },
-       "Clsf int DB is full. Classifier with ID=9 cannot be added for PHS"},
-      {true, [] { return qos_intDb_AddClsf(0x100, 3, 7); },
-       "qos_intDb_AddClsf: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=7"},
-      {true, [] { return qos_intDb_AddClsfRef(3, 7, 1); },
-       "qos_intDb_AddClsfRef: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=7"},
-      {true, [] { return qos_intDb_AddClsfId(0x100, 9, 1); },
-       "qos_intDb_AddClsfId: SF int DB is full. Referenced SF cannot be added to DB for Clsf Id=9"},
-      {true, [] { return qos_intDb_AddPhs(3, 7); },
-       "qos_intDb_AddPhs: SF int DB is full. Referenced SF = 3 cannot be added to DB for PHS"},
-      {true, [] { return qos_intDb_AddPhsRef(3, 7, 1); },
-       "qos_intDb_AddPhsRef: SF int DB is full. Referred SF=3 cannot be added to DB for PHS"},
-      {true, [] { return qos_intDb_AddPhsId(0x100, 9, 1); },
-       "qos_intDb_AddPhsId: SF int DB is full. Service Flow with ID=256 cannot be added to DB for PHS"},
+      {false, [] { return qos_intDb_AddClsf(0x100, 3, 7); }, "qos_intDb_AddClsf: Classifier int DB is full. Clsf Ref=7 cannot be added to DB"},
+      {false, [] { return qos_intDb_AddClsfRef(3, 7, 0); }, "qos_intDb_AddClsfRef: Classifier int DB is full. Clsf Ref=7 cannot be added to DB"},
+      {false, [] { return qos_intDb_AddClsfId(0x100, 9, 0); }, "qos_intDb_AddClsfId: Classifier int DB is full. Clsf Id=9 cannot be added to DB"},
+      {false, [] { return qos_intDb_AppendClsfRef(0, 7, 0); }, "qos_intDb_AppendClsfRef: Classifier int DB is full. Clsf Ref =7 of service flow SFID=256 cannot be added to DB", true},
+      {false, [] { return qos_intDb_AppendClsfId(0, 9, 0); }, "qos_intDb_AppendClsfId: Classifier int DB is full. Clsf Id=9 of service flow SFID=256 cannot be added to DB", true},
+      {false, [] { return qos_intDb_AddPhs(3, 7); }, "qos_intDb_AddPhs: Clsf int DB is full. Referenced Clsf=7 cannot be added to DB for PHS"},
+      {false, [] { return qos_intDb_AddPhsRef(3, 7, 0); }, "qos_intDb_AddPhsRef: Clsf int DB is full. Refered Clsf=7 cannot be added for PHS"},
+      {false, [] { return qos_intDb_AddPhsId(0x100, 9, 0); }, "qos_intDb_AddPhsId: Clsf int DB is full. Classifier with ID=9 cannot be added for PHS"},
+      {false, [] { return qos_intDb_AppendPhs_ClsfRef(0x100, 7, 0); }, "qos_intDb_AppendPhs_ClsfRef: Clsf int DB is full. Classifier with Ref=7 cannot be added for PHS"},
+      {false, [] { return qos_intDb_AppendPhs_ClsfId(0x100, 9, 0); }, "Clsf int DB is full. Classifier with ID=9 cannot be added for PHS"},
+      {true, [] { return qos_intDb_AddClsf(0x100, 3, 7); }, "qos_intDb_AddClsf: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=7"},
+      {true, [] { return qos_intDb_AddClsfRef(3, 7, 0); }, "qos_intDb_AddClsfRef: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=7"},
+      {true, [] { return qos_intDb_AddClsfId(0x100, 9, 0); }, "qos_intDb_AddClsfId: SF int DB is full. Referenced SF cannot be added to DB for Clsf Id=9"},
+      {true, [] { return qos_intDb_AddPhs(3, 7); }, "qos_intDb_AddPhs: SF int DB is full. Referenced SF = 3 cannot be added to DB for PHS"},
+      {true, [] { return qos_intDb_AddPhsRef(3, 7, 0); }, "qos_intDb_AddPhsRef: SF int DB is full. Referred SF=3 cannot be added to DB for PHS"},
+      {true, [] { return qos_intDb_AddPhsId(0x100, 9, 0); }, "qos_intDb_AddPhsId: SF int DB is full. Service Flow with ID=256 cannot be added to DB for PHS"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.text);
     qos_intDb_SfDb_Reset();
-    if (c.flowsFull) {
-      fillFlows();
-    } else {
-      ASSERT_EQ(qos_intDb_AddSf(0x100, 3, QOS_DIR_UPSTREAM), 0);
-      fillClsfs();
+    ASSERT_EQ(qos_intDb_AddSf(0x100, 3, QOS_DIR_UPSTREAM), 0);  // row 0
+    for (int i = 0; c.flowsFull && i < 128; ++i) {
+      sf(i) = qos::SfRow{};
+      sf(i).state = QOS_SF_OPERATIONAL;
+      sf(i).sfId = 0x1000u + i;
+      sf(i).ref = static_cast<uint16_t>(1000 + i);
     }
+    for (int i = 0; !c.flowsFull && i < 320; ++i) clsf(i) = {QOS_CLSF_OPERATIONAL, 200, 0, 0, 0, 0, 0x9999, -1};
+    stats().sfDbMaxIndex = c.flowsFull ? 127 : 0;
+    stats().clsfDbMaxIndex = c.flowsFull ? 0 : 319;
     auto before = snapshot();
     logs.clear();
     EXPECT_EQ(c.call(), -1);
-    ASSERT_EQ(logs.records().size(), 1u);
-    EXPECT_EQ(logs.records()[0].text, c.text);
+    ASSERT_EQ(logs.texts(), std::vector<std::string>{c.text});
     EXPECT_EQ(logs.records()[0].level, QOS_LOG_ERROR);
-    EXPECT_EQ(logs.records()[0].module, QOS_MODULE_TABLES);
     if (c.marksFlow) {
-      EXPECT_EQ(sfStr(0), "state=3 sfId=0x100 ref=3 ta=1 clsf=0 app=0 del=0 phs=0");
+      EXPECT_EQ(sfStr(0), "state=3 sfId=0x100 ref=3 ta=0 clsf=0 app=0 del=0 phs=0");
       sf(0).state = QOS_SF_OPERATIONAL;
       sf(0).taIndex = -1;
     }
@@ -245,20 +199,22 @@ TEST_F(Classifiers, DscArgumentChecksRefuseSilently) {
   ASSERT_EQ(qos_intDb_AddSf(0x100, 3, QOS_DIR_UPSTREAM), 0);
   ASSERT_EQ(qos_intDb_AddClsf(0x100, 3, 7), 0);
   auto before = snapshot();
-  struct Case {
-    uint32_t sfIndex, clsfIndex;
-    int32_t taIndex;
-  } cases[] = {{128, 0, 0}, {0xFFFFFFFF, 0, 0}, {0, 0, 11}, {0, 0, -1}, {0, 320, 0}, {0, 0xFFFFFFFF, 0}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(::testing::Message() << c.sfIndex << " " << c.clsfIndex << " " << c.taIndex);
-    EXPECT_EQ(qos_intDb_ChangeClassifier(c.sfIndex, c.clsfIndex, c.taIndex), -1);
-    EXPECT_EQ(qos_intDb_DeleteClassifier(c.sfIndex, c.clsfIndex, c.taIndex), -1);
-    if (c.clsfIndex != 0) continue;  // the appends take no classifier index
-    EXPECT_EQ(qos_intDb_AppendClsfRef(c.sfIndex, 8, c.taIndex), -1);
-    EXPECT_EQ(qos_intDb_AppendClsfId(c.sfIndex, 8, c.taIndex), -1);
+  const uint32_t bad[][3] = {{128, 0, 0}, {~0u, 0, 0}, {0, 0, 11}, {0, 0, ~0u}, {0, 320, 0}, {0, ~0u, 0}};
+  for (const auto& c : bad) {
+    const int32_t ta = static_cast<int32_t>(c[2]);
+    EXPECT_EQ(qos_intDb_ChangeClassifier(c[0], c[1], ta), -1);
+    EXPECT_EQ(qos_intDb_DeleteClassifier(c[0], c[1], ta), -1);
+    if (c[1] != 0) continue;  // the appends take no classifier index
+    EXPECT_EQ(qos_intDb_AppendClsfRef(c[0], 8, ta), -1);
+    EXPECT_EQ(qos_intDb_AppendClsfId(c[0], 8, ta), -1);
   }
   EXPECT_EQ(changedOffsets(before, snapshot()), std::vector<std::size_t>{});
   EXPECT_TRUE(logs.records().empty());
+}
+
+template <typename T>
+int64_t found(int32_t rc, const T& out) {
+  return rc == 0 ? static_cast<int64_t>(out) : -1;
 }
 
 TEST_F(Classifiers, LookupsSeeOrSkipPlaceholdersAndStopAtTheMaximumIndex) {
@@ -266,78 +222,31 @@ TEST_F(Classifiers, LookupsSeeOrSkipPlaceholdersAndStopAtTheMaximumIndex) {
   clsf(1) = {QOS_CLSF_OPERATIONAL, 7, 0, 0, 3, 0, 0x100, -1};
   clsf(2) = {QOS_CLSF_DELETING, 8, 0, 11, 0, 0, 0x200, 3};
   clsf(4) = {QOS_CLSF_OPERATIONAL, 9, 0, 12, 0, 0, 0x100, -1};
-  clsf(5) = {QOS_CLSF_OPERATIONAL, 10, 0, 13, 0, 0, 0x100, -1};  // above the maximum index
+  clsf(5) = {QOS_CLSF_OPERATIONAL, 9, 0, 13, 0, 0, 0x100, -1};  // above the maximum index
   stats().clsfDbMaxIndex = 4;
-  uint32_t idx = 99, v = 99;
+  uint32_t i = 99;
   uint16_t id = 99;
-  EXPECT_EQ(qos_intDb_FindClsfByRef(7, &idx), 0);
-  EXPECT_EQ(idx, 1u);
-  EXPECT_EQ(qos_intDb_FindClsfByRef(7 + 256, &idx), -1);
-  EXPECT_EQ(qos_intDb_FindClsfByRef(10, &idx), -1);
-  EXPECT_EQ(qos_intDb_FindClsfById(9, 0x100, &idx), 0);
-  EXPECT_EQ(idx, 0u);
-  EXPECT_EQ(qos_intDb_FindClsfById(9 + 65536, 0x100, &idx), -1);
-  EXPECT_EQ(qos_intDb_FindClsfByTaAndRef(7, 2, &idx), 0);
-  EXPECT_EQ(idx, 0u);
-  EXPECT_EQ(qos_intDb_FindClsfByTaAndRef(7, 0xFFFFFFFF, &idx), 0);
-  EXPECT_EQ(idx, 1u);
-
-  std::vector<uint32_t> walk;
-  for (int32_t prev = -1; qos_intDb_GetNextClsfOfSf(0x100, prev, &id, &idx) == 0;) {
-    walk.push_back(idx);
-    walk.push_back(id);
-    prev = static_cast<int32_t>(idx);
+  EXPECT_EQ(found(qos_intDb_FindClsfByRef(7, &i), i), 1);  // passes over the placeholder
+  EXPECT_EQ(found(qos_intDb_FindClsfByRef(7 + 256, &i), i), -1);
+  EXPECT_EQ(found(qos_intDb_FindClsfById(9, 0x100, &i), i), 0);
+  EXPECT_EQ(found(qos_intDb_FindClsfById(9 + 65536, 0x100, &i), i), -1);
+  EXPECT_EQ(found(qos_intDb_FindClsfByTaAndRef(7, 2, &i), i), 0);
+  EXPECT_EQ(found(qos_intDb_FindClsfByTaAndRef(7, ~0u, &i), i), 1);
+  EXPECT_EQ(found(qos_intDb_GetClsfSfid(0, &i), i), -1);  // placeholder
+  EXPECT_EQ(found(qos_intDb_GetClsfId(1, &id), id), -1);  // identifier not known yet
+  EXPECT_EQ(found(qos_intDb_GetClsfId(4, &id), id), 12);
+  std::vector<int64_t> walk;
+  for (int32_t prev = -1; qos_intDb_GetNextClsfOfSf(0x100, prev, &id, &i) == 0; prev = int32_t(i)) {
+    walk.insert(walk.end(), {i, id});
   }
-  EXPECT_EQ(walk, (std::vector<uint32_t>{0, 9, 1, 0, 4, 12}));
-  EXPECT_EQ(qos_intDb_GetNextClsfOfSf(0x100, 319, &id, &idx), -1);
-  EXPECT_EQ(qos_intDb_GetNextClsfOfSf(0x100, 320, &id, &idx), -1);
-
-  id = 99;
-  EXPECT_EQ(qos_intDb_GetClsfId(0, &id), -1);  // placeholder
-  EXPECT_EQ(qos_intDb_GetClsfId(1, &id), -1);  // identifier not known yet
-  EXPECT_EQ(id, 99);
-  EXPECT_EQ(qos_intDb_GetClsfId(4, &id), 0);
-  EXPECT_EQ(id, 12);
-  EXPECT_EQ(qos_intDb_GetClsfSfid(0, &v), -1);
-  EXPECT_EQ(qos_intDb_GetClsfSfid(3, &v), -1);
-  EXPECT_EQ(qos_intDb_GetClsfSfid(2, &v), 0);
-  EXPECT_EQ(v, 0x200u);
-  EXPECT_EQ(qos_intDb_IsClsfInDeleting(2, &v), 0);
-  EXPECT_EQ(v, 1u);
-  EXPECT_EQ(qos_intDb_IsClsfInDeleting(3, &v), 0);
-  EXPECT_EQ(v, 0u);
+  EXPECT_EQ(walk, (std::vector<int64_t>{0, 9, 1, 0, 4, 12}));
+  EXPECT_EQ(qos_intDb_GetNextClsfOfSf(0x100, 320, &id, &i), -1);
   EXPECT_TRUE(logs.records().empty());
-
-  EXPECT_EQ(qos_intDb_IsClsfInDeleting(320, &v), -1);
-  EXPECT_EQ(qos_intDb_SetClsfId(0xFFFFFFFF, 1), -1);
+  EXPECT_EQ(qos_intDb_IsClsfInDeleting(320, &i), -1);
+  EXPECT_EQ(qos_intDb_SetClsfId(~0u, 1), -1);
   EXPECT_EQ(logs.texts(), (std::vector<std::string>{
                               "func qos_intDb_IsClsfInDeleting: ---> Clsf DB index 320 is out of range",
                               "func qos_intDb_SetClsfId: ---> Clsf DB index -1 is out of range"}));
-}
-
-TEST_F(Classifiers, FreeRowSearchAndStatisticsWords) {
-  uint32_t idx = 99, v = 0;
-  EXPECT_EQ(qos_intDb_FindClsfDbNextFreeIndex(&idx), 0);
-  EXPECT_EQ(qos_intDb_FindClsfDbNextFreeIndex(&idx), 0);
-  EXPECT_EQ(idx, 0u);
-  EXPECT_EQ(stats().clsfDbMaxIndex, 0);
-  clsf(0).status = QOS_CLSF_ADDING;
-  EXPECT_EQ(qos_intDb_FindClsfDbNextFreeIndex(&idx), 0);
-  EXPECT_EQ(idx, 1u);
-  EXPECT_EQ(qos_intDb_GetClsfDbMaxIndex(&v), 0);
-  EXPECT_EQ(v, 1u);
-  for (int i = 0; i < 320; ++i) clsf(i).status = QOS_CLSF_OPERATIONAL;
-  stats().clsfDbMaxIndex = 319;
-  EXPECT_EQ(qos_intDb_FindClsfDbNextFreeIndex(&idx), -1);
-  EXPECT_EQ(stats().clsfDbMaxIndex, 319);
-
-  EXPECT_EQ(qos_intDb_GetClsfMaxNum(&v), 0);
-  EXPECT_EQ(v, 160u);
-  EXPECT_EQ(qos_intDb_SetClsfMaxNum(0xFFFFFFFF), 0);
-  EXPECT_EQ(stats().clsfMaxNum, -1);
-  EXPECT_EQ(qos_intDb_GetClsfNumber(&v), 0);
-  EXPECT_EQ(v, 0u);
-  EXPECT_TRUE(logs.records().empty());
 }
 
 TEST_F(Classifiers, PrintShowsUsedRows) {
