@@ -358,33 +358,48 @@ QOS_API int32_t qos_intDb_SubstituteSfId(uint32_t oldSfId, uint32_t newSfId);
 /* Classifiers                                                          */
 /* ------------------------------------------------------------------ */
 
+/* Lookups scan rows 0..clsfDbMaxIndex, first match wins, -1 silently if
+ * none. By reference: real classifiers only (placeholders are passed over). */
 QOS_API int32_t qos_intDb_FindClsfByRef(uint32_t ref, uint32_t *clsfIndex);
+/* By identifier and SFID, or by reference and transaction: placeholders too. */
 QOS_API int32_t qos_intDb_FindClsfById(uint32_t clsfId, uint32_t sfId, uint32_t *clsfIndex);
 QOS_API int32_t qos_intDb_FindClsfByTaAndRef(uint32_t ref, uint32_t taIndex, uint32_t *clsfIndex);
-/* Next classifier row of a flow after prevIndex (start with -1). */
+/* Next row (placeholders included) of a flow after prevIndex (start with -1). */
 QOS_API int32_t qos_intDb_GetNextClsfOfSf(uint32_t sfId, int32_t prevIndex, uint16_t *clsfId,
                                           uint32_t *clsfIndex);
+/* Flag 1 if the row is being deleted, else 0. */
 QOS_API int32_t qos_intDb_IsClsfInDeleting(uint32_t clsfIndex, uint32_t *deleting);
+/* The setters store whatever the row's status. */
 QOS_API int32_t qos_intDb_SetClsfId(uint32_t clsfIndex, uint32_t clsfId);
+/* -1 for a free row, a placeholder, or an identifier not known yet (0). */
 QOS_API int32_t qos_intDb_GetClsfId(uint32_t clsfIndex, uint16_t *clsfId);
 QOS_API int32_t qos_intDb_SetClsfSfid(uint32_t clsfIndex, uint32_t sfId);
+/* -1 for a free row or a placeholder. */
 QOS_API int32_t qos_intDb_GetClsfSfid(uint32_t clsfIndex, uint32_t *sfId);
 QOS_API int32_t qos_intDb_GetClsfDbMaxIndex(uint32_t *maxIndex);
+/* Upstream classifier limit of the consistency check (below 1: no limit). */
 QOS_API int32_t qos_intDb_SetClsfMaxNum(uint32_t maxNum);
 QOS_API int32_t qos_intDb_GetClsfMaxNum(uint32_t *maxNum);
+/* Never maintained: reads 0. */
 QOS_API int32_t qos_intDb_GetClsfNumber(uint32_t *clsfNumber);
+/* The row the next add would take (not claimed; the range may grow); -1 full. */
 QOS_API int32_t qos_intDb_FindClsfDbNextFreeIndex(uint32_t *clsfIndex);
-/* One row, or every used row for an index above 319. */
+/* One row, or every used row for an index above 319; -1 for a negative one. */
 QOS_API int32_t qos_intDb_PrintClsf(int32_t clsfIndex);
 
-/* Registration add: operational at once. */
+/* Adds name a flow that is not there yet by creating it as a placeholder
+ * (state referenced), and take over a PHS placeholder of the classifier.
+ * A failed add writes no row. Registration add: operational at once. */
 QOS_API int32_t qos_intDb_AddClsf(uint32_t sfId, uint32_t sfRef, uint32_t clsfRef);
-/* DSA adds, by reference or identifier. */
+/* DSA adds, by reference or identifier: adding under taIndex. */
 QOS_API int32_t qos_intDb_AddClsfRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex);
 QOS_API int32_t qos_intDb_AddClsfId(uint32_t sfId, uint32_t clsfId, int32_t taIndex);
-/* DSC operations on the flow at sfIndex. */
+/* DSC operations on the flow at sfIndex (0..127), taIndex 0..10; -1
+ * silently outside. The flow becomes changing under taIndex, and stays so
+ * even when an append fails afterwards. Counters change at once. */
 QOS_API int32_t qos_intDb_AppendClsfRef(uint32_t sfIndex, uint32_t clsfRef, int32_t taIndex);
 QOS_API int32_t qos_intDb_AppendClsfId(uint32_t sfIndex, uint32_t clsfId, int32_t taIndex);
+/* No test of the rows: callers check that they exist and belong together. */
 QOS_API int32_t qos_intDb_ChangeClassifier(uint32_t sfIndex, uint32_t clsfIndex, int32_t taIndex);
 QOS_API int32_t qos_intDb_DeleteClassifier(uint32_t sfIndex, uint32_t clsfIndex, int32_t taIndex);
 
@@ -392,9 +407,17 @@ QOS_API int32_t qos_intDb_DeleteClassifier(uint32_t sfIndex, uint32_t clsfIndex,
 /* PHS rules                                                            */
 /* ------------------------------------------------------------------ */
 
+/* A rule is kept as its flow's phsCounter and the classifier it names.
+ * Adds (registration, DSA by reference, DSA by identifier) create
+ * placeholder rows for a classifier or flow not known yet; a failed add
+ * writes no row. */
 QOS_API int32_t qos_intDb_AddPhs(uint32_t sfRef, uint32_t clsfRef);
 QOS_API int32_t qos_intDb_AddPhsRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex);
 QOS_API int32_t qos_intDb_AddPhsId(uint32_t sfId, uint32_t clsfId, int32_t taIndex);
+/* DSC: the flow must exist and becomes changing under taIndex; -1 when
+ * another transaction works on the flow or on an existing classifier. An
+ * append gives an unknown classifier a placeholder (by identifier only when
+ * the CMTS initiated the transaction); a change refuses it. */
 QOS_API int32_t qos_intDb_AppendPhs_ClsfRef(uint32_t sfId, uint32_t clsfRef, int32_t taIndex);
 QOS_API int32_t qos_intDb_AppendPhs_ClsfId(uint32_t sfId, uint32_t clsfId, int32_t taIndex);
 QOS_API int32_t qos_intDb_ChangePhs(uint32_t sfId, uint32_t clsfId, int32_t taIndex);
