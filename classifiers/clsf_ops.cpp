@@ -37,12 +37,21 @@ bool dscArgsValid(uint32_t sfIndex, uint32_t clsfIndex, int32_t taIndex) {
          taIndex <= kHighestTaIndex;
 }
 
-// A flow row created because a classifier named the flow first.
-SfRow& newFlowPlaceholder(int32_t sfIndex) {
-  SfRow& flow = local.sf[sfIndex];
+// The flow a classifier add binds to: the row found counts one classifier
+// more; without one, a placeholder row is taken that counts this one, and
+// `created` tells the caller to name it. Null when the flow table is full.
+SfRow* bindFlow(int32_t found, bool& created) {
+  created = found < 0;
+  if (!created) {
+    local.sf[found].clsfCounter++;
+    return &local.sf[found];
+  }
+  int32_t f = qos::sfTable().takeFree();
+  if (f < 0) return nullptr;
+  SfRow& flow = local.sf[f];
   flow.state = QOS_SF_REFERENCED;
   flow.clsfCounter = 1;
-  return flow;
+  return &flow;
 }
 
 // The DSC mark of the flow; it stays even if the operation fails later.
@@ -79,20 +88,18 @@ int32_t qos_intDb_AddClsf(uint32_t sfId, uint32_t sfRef, uint32_t clsfRef) {
   }
   int32_t f = qos::sfTable().findInRange(
       [sfRef](const SfRow& r) { return r.used() && uint32_t{r.ref} == sfRef; });
-  if (f >= 0) {
-    SfRow& flow = local.sf[f];
-    if (flow.state != QOS_SF_REFERENCED && flow.sfId != sfId) return -1;
-    flow.clsfCounter++;
-  } else {
-    if ((f = qos::sfTable().takeFree()) < 0) {
-      QOS_LOG(QOS_LOG_ERROR,
-              "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=%d",
-              __func__, static_cast<int>(clsfRef));
-      return -1;
-    }
-    SfRow& flow = newFlowPlaceholder(f);
-    flow.ref = static_cast<uint16_t>(sfRef);
-    flow.sfId = sfId;
+  if (f >= 0 && local.sf[f].state != QOS_SF_REFERENCED && local.sf[f].sfId != sfId) return -1;
+  bool created = false;
+  SfRow* flow = bindFlow(f, created);
+  if (flow == nullptr) {
+    QOS_LOG(QOS_LOG_ERROR,
+            "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=%d", __func__,
+            static_cast<int>(clsfRef));
+    return -1;
+  }
+  if (created) {
+    flow->ref = static_cast<uint16_t>(sfRef);
+    flow->sfId = sfId;
   }
   ClsfRow& row = local.clsf[c];
   row.status = QOS_CLSF_OPERATIONAL;
@@ -121,18 +128,17 @@ int32_t qos_intDb_AddClsfRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) 
   int32_t f = qos::sfTable().findInRange([sfRef, taIndex](const SfRow& r) {
     return uint32_t{r.ref} == sfRef && r.taIndex == taIndex;
   });
-  if (f >= 0) {
-    local.sf[f].clsfCounter++;
-  } else {
-    if ((f = qos::sfTable().takeFree()) < 0) {
-      QOS_LOG(QOS_LOG_ERROR,
-              "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=%d",
-              __func__, static_cast<int>(clsfRef));
-      return -1;
-    }
-    SfRow& flow = newFlowPlaceholder(f);
-    flow.ref = static_cast<uint16_t>(sfRef);
-    flow.taIndex = taIndex;
+  bool created = false;
+  SfRow* flow = bindFlow(f, created);
+  if (flow == nullptr) {
+    QOS_LOG(QOS_LOG_ERROR,
+            "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=%d", __func__,
+            static_cast<int>(clsfRef));
+    return -1;
+  }
+  if (created) {
+    flow->ref = static_cast<uint16_t>(sfRef);
+    flow->taIndex = taIndex;
   }
   ClsfRow& row = local.clsf[c];
   writeAdding(row, taIndex);
@@ -151,20 +157,16 @@ int32_t qos_intDb_AddClsfId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
     return -1;
   }
   int32_t f = qos::sfTable().findInRange([sfId](const SfRow& r) { return r.sfId == sfId; });
-  if (f >= 0) {
-    local.sf[f].clsfCounter++;
-    local.sf[f].taIndex = taIndex;
-  } else {
-    if ((f = qos::sfTable().takeFree()) < 0) {
-      QOS_LOG(QOS_LOG_ERROR,
-              "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Id=%d", __func__,
-              static_cast<int>(clsfId));
-      return -1;
-    }
-    SfRow& flow = newFlowPlaceholder(f);
-    flow.sfId = sfId;
-    flow.taIndex = taIndex;
+  bool created = false;
+  SfRow* flow = bindFlow(f, created);
+  if (flow == nullptr) {
+    QOS_LOG(QOS_LOG_ERROR,
+            "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Id=%d", __func__,
+            static_cast<int>(clsfId));
+    return -1;
   }
+  if (created) flow->sfId = sfId;
+  flow->taIndex = taIndex;
   ClsfRow& row = local.clsf[c];
   writeAdding(row, taIndex);
   row.sfId = sfId;
