@@ -1,0 +1,165 @@
+// lifecycle_test.cpp - whole lives of flows through the public operations:
+// registration, a modem-initiated DSA, a CMTS-initiated DSC of the held
+// flow, a DSD, the end of each hold and the transaction row resets. After
+// each step only the rows that the step concerns have changed.
+#include <set>
+
+#include "frame/region.h"
+#include "support/fixture.h"
+
+namespace qostest {
+namespace {
+
+using qos::QosIntDbRegion;
+
+qos::QosIntDbRegion& db() { return *reinterpret_cast<QosIntDbRegion*>(region()); }
+
+// The rows (as "table index") in which two snapshots differ.
+std::set<std::string> touched(const std::vector<uint8_t>& before) {
+  struct Area {
+    const char* name;
+    std::size_t offset, rowSize;
+  };
+  const Area areas[] = {
+      {"sf", offsetof(QosIntDbRegion, sf), sizeof(qos::SfRow)},
+      {"clsf", offsetof(QosIntDbRegion, clsf), sizeof(qos::ClsfRow)},
+      {"stats", offsetof(QosIntDbRegion, stats), sizeof(qos::QosIntDbStats)},
+      {"cluster", offsetof(QosIntDbRegion, sidClusters), sizeof(qos::SidClusterRow)},
+      {"switchover", offsetof(QosIntDbRegion, switchover), sizeof(qos::SwitchoverRow)},
+      {"active", offsetof(QosIntDbRegion, activeSf), sizeof(qos::ActiveSfRow)},
+      {"other", offsetof(QosIntDbRegion, phsUs), QOS_REGION_SIZE},
+      {"ta", offsetof(QosIntDbRegion, ta), sizeof(qos::TaRow)},
+      {"other", offsetof(QosIntDbRegion, taControl), QOS_REGION_SIZE},
+  };
+  std::set<std::string> out;
+  for (std::size_t off : changedOffsets(before, snapshot())) {
+    const Area* in = &areas[0];
+    for (const Area& a : areas) {
+      if (off >= a.offset) in = &a;
+    }
+    std::string name = in->name;
+    if (in->rowSize != QOS_REGION_SIZE && name != "stats") name += " " + std::to_string((off - in->offset) / in->rowSize);
+    out.insert(name);
+  }
+  return out;
+}
+
+using Names = std::set<std::string>;
+
+uint32_t newTa(uint32_t taId, uint32_t type, uint32_t initiator) {
+  uint32_t index = 99;
+  EXPECT_EQ(qos_TaDb_AddNewTa(taId, type, initiator, 0, nullptr, &index), 0);
+  return index;
+}
+
+using Lifecycle = StoreTest;
+
+TEST_F(Lifecycle, RegistrationDsaDscDsdAndEnd) {
+  const SidChannelMapping maps[4] = {{0, 1, 0, 21}, {0, 2, 0, 22}, {0, 0, 0, 0}, {0, 0, 0, 0}};
+  const auto& sf = db().sf;
+  const auto& clsf = db().clsf;
+
+  // Registration: an upstream and a downstream flow with a classifier each.
+  ASSERT_EQ(qos_intDb_AddSf(0x100, 1, QOS_DIR_UPSTREAM), 0);
+  ASSERT_EQ(qos_intDb_SetServiceFlowParamSet(0, QOS_PARAMSET_ACTIVE), 0);
+  ASSERT_EQ(qos_intDb_AddSf(0x101, 2, QOS_DIR_DOWNSTREAM), 0);
+  ASSERT_EQ(qos_intDb_AddClsf(0x100, 1, 1), 0);
+  ASSERT_EQ(qos_intDb_AddClsf(0x101, 2, 2), 0);
+  ASSERT_EQ(qos_intDb_FillActiveUsSfTable(), 0);
+  auto before = snapshot();
+  ASSERT_EQ(qos_intDb_UpdateOnRegFinish(), 0);
+  EXPECT_EQ(touched(before), (Names{"sf 0", "sf 1", "clsf 0", "clsf 1"}));
+  EXPECT_EQ(sf[0].ref + sf[1].ref + clsf[0].ref + clsf[0].sfRef + clsf[1].ref + clsf[1].sfRef, 0);
+
+  // The modem adds an upstream flow with a classifier; the CMTS assigns 0x102.
+  const uint32_t dsa = newTa(0, QOS_TA_DSA, QOS_TA_BY_MODEM);
+  ASSERT_EQ(qos_intDb_AddSfReference(3, QOS_DIR_UPSTREAM, dsa), 0);
+  ASSERT_EQ(qos_intDb_AddClsfRef(3, 1, dsa), 0);
+  ASSERT_EQ(qos_intDb_SetSfId(2, 0x102), 0);
+  ASSERT_EQ(qos_intDb_SetClsfSfid(2, 0x102), 0);
+  ASSERT_EQ(qos_intDb_SetServiceFlowParamSet(2, QOS_PARAMSET_ACTIVE), 0);
+  ASSERT_EQ(qos_intDb_AddSfSidCluster(0x102, 1, maps), 0);
+  ASSERT_EQ(qos_intDb_SetSfSidClusterParams(0x102, 1000, 2000, 30, 4), 0);
+  ASSERT_EQ(qos_intDb_AddActiveUsSfEntry(0x102), 0);
+  before = snapshot();
+  ASSERT_EQ(qos_intDb_UpdateSfOnTaSucceeded(dsa), 0);
+  EXPECT_EQ(touched(before), (Names{"sf 2", "clsf 2"}));
+  EXPECT_EQ(sf[2].state, QOS_SF_OPERATIONAL);
+  EXPECT_EQ(sf[2].heldTaIndex, static_cast<int32_t>(dsa));
+  EXPECT_EQ(sf[2].ref, 0);
+  EXPECT_EQ(sf[2].committed, 1u);
+  EXPECT_EQ(clsf[2].status, QOS_CLSF_OPERATIONAL);
+  EXPECT_EQ(clsf[2].taIndex, -1);
+
+  // The CMTS changes the flow and its classifier while the DSA still holds it.
+  const uint32_t dsc = newTa(0x9001, QOS_TA_DSC, QOS_TA_BY_CMTS);
+  ASSERT_EQ(qos_intDb_ChangeSF(2, dsc), 0);
+  ASSERT_EQ(qos_intDb_ChangeClassifier(2, 2, dsc), 0);
+  before = snapshot();
+  {
+    EventCapture events;
+    ASSERT_EQ(qos_intDb_UpdateSfOnTaSucceeded(dsc), 0);
+    EXPECT_EQ(events.events(), (std::vector<Event>{{QOS_EV_COMPONENT, QOS_EV_HELD_SF_CHANGED, dsa}}));
+  }
+  EXPECT_EQ(touched(before), (Names{"sf 2", "clsf 2"}));
+  EXPECT_EQ(sf[2].heldTaIndex, static_cast<int32_t>(dsc));
+  EXPECT_EQ(clsf[2].status, QOS_CLSF_OPERATIONAL);
+  before = snapshot();
+  ASSERT_EQ(qos_intDb_UpdateSfOnTaEnd(dsa), 0);  // holds nothing any more
+  EXPECT_EQ(touched(before), Names{});
+  qos_intDb_ResetTaDbRow(static_cast<int32_t>(dsa));
+
+  // The modem deletes the flow, still held by the DSC.
+  const uint32_t dsd = newTa(0, QOS_TA_DSD, QOS_TA_BY_MODEM);
+  ASSERT_EQ(qos_intDb_StartDeleteSF(2, dsd), 0);
+  before = snapshot();
+  {
+    EventCapture events;
+    ASSERT_EQ(qos_intDb_UpdateSfOnTaSucceeded(dsd), 0);
+    EXPECT_EQ(events.events(), (std::vector<Event>{{QOS_EV_COMPONENT, QOS_EV_HELD_SF_DELETED, dsc}}));
+  }
+  EXPECT_EQ(touched(before), (Names{"sf 2", "clsf 2", "stats", "cluster 0", "switchover 0", "active 1"}));
+  EXPECT_EQ(sf[2].state, QOS_SF_DELETED);
+  EXPECT_EQ(sf[2].heldTaIndex, static_cast<int32_t>(dsd));
+  EXPECT_EQ(sf[2].committed, 0u);
+  EXPECT_EQ(clsf[2].status, 0u);
+  EXPECT_EQ(db().stats.clsfDbMaxIndex, 1);
+  EXPECT_EQ(db().stats.activeSfNumber, 1u);
+
+  before = snapshot();
+  ASSERT_EQ(qos_intDb_UpdateSfOnTaEnd(dsc), 0);
+  EXPECT_EQ(touched(before), Names{});
+  ASSERT_EQ(qos_intDb_UpdateSfOnTaEnd(dsd), 0);
+  EXPECT_EQ(touched(before), (Names{"sf 2", "stats"}));
+  EXPECT_EQ(sf[2].state, 0u);
+  EXPECT_EQ(db().stats.sfDbMaxIndex, 1);
+  qos_intDb_ResetTaDbRow(static_cast<int32_t>(dsc));
+  qos_intDb_ResetTaDbRow(static_cast<int32_t>(dsd));
+  EXPECT_EQ(touched(before), (Names{"sf 2", "stats", "ta 1", "ta 2", "other"}));
+  EXPECT_TRUE(logs.records().empty());
+}
+
+// A CMTS-initiated DSA that ends in error: its flow waits for deletion,
+// held by the DSA, and its classifiers are gone; the end of the hold keeps
+// the flow for the DSD that follows.
+TEST_F(Lifecycle, CmtsDsaErrorThenDsd) {
+  const uint32_t dsa = newTa(0x9100, QOS_TA_DSA, QOS_TA_BY_CMTS);
+  ASSERT_EQ(qos_intDb_AddSfId(0x200, QOS_DIR_DOWNSTREAM, dsa), 0);
+  ASSERT_EQ(qos_intDb_AddClsfId(0x200, 7, dsa), 0);
+  ASSERT_EQ(qos_intDb_UpdateSfOnTaError(dsa), 0);
+  EXPECT_EQ(db().sf[0].state, QOS_SF_DELETING);
+  EXPECT_EQ(db().clsf[0].status, 0u);
+  ASSERT_EQ(qos_intDb_UpdateSfOnTaEnd(dsa), 0);
+  EXPECT_EQ(db().sf[0].state, QOS_SF_DELETING);
+  EXPECT_EQ(db().sf[0].heldTaIndex, -1);
+
+  const uint32_t dsd = newTa(0x9101, QOS_TA_DSD, QOS_TA_BY_CMTS);
+  ASSERT_EQ(qos_intDb_StartDeleteSF(0, dsd), 0);
+  ASSERT_EQ(qos_intDb_UpdateSfOnTaSucceeded(dsd), 0);
+  ASSERT_EQ(qos_intDb_UpdateSfOnTaEnd(dsd), 0);
+  EXPECT_EQ(db().sf[0].state, 0u);
+  EXPECT_TRUE(logs.records().empty());
+}
+
+}  // namespace
+}  // namespace qostest
