@@ -24,7 +24,7 @@ void freshStoreWithTa(uint32_t type, uint32_t initiator = QOS_TA_BY_MODEM) {
   ASSERT_EQ(qos_IntDb_Reset(), 0);
   for (uint32_t i = 0; i <= T; ++i) {
     uint32_t index = 99;
-    ASSERT_EQ(qos_TaDb_AddNewTa(0x8000 + i, i == T ? type : QOS_TA_DSA, initiator, 0, nullptr, &index), 0);
+    ASSERT_EQ(qos_TaDb_AddNewTa(0x8000 + i, i == T ? type : uint32_t{QOS_TA_DSA}, initiator, 0, nullptr, &index), 0);
     ASSERT_EQ(index, i);
   }
 }
@@ -193,10 +193,8 @@ TEST_F(Outcome, ClassifierRowsOfTheTransaction) {
       const qos::ClsfRow& flows = db().clsf[s + 4];
       EXPECT_EQ(mine.status, c.ofTa[s - 1]) << "status " << s;
       EXPECT_EQ(flows.status, c.ofFlow[s - 1]) << "status " << s;
-      if (mine.status == 0) EXPECT_TRUE(isResetClsf(mine));
-      else EXPECT_EQ(mine.taIndex, c.taAfter);
-      if (flows.status == 0) EXPECT_TRUE(isResetClsf(flows));
-      else EXPECT_EQ(flows.taIndex, H);
+      EXPECT_TRUE(mine.status == 0 ? isResetClsf(mine) : mine.taIndex == c.taAfter);
+      EXPECT_TRUE(flows.status == 0 ? isResetClsf(flows) : flows.taIndex == H);
       bool cleared = c.type == QOS_TA_DSA && c.op == ok;
       if (mine.status != 0) EXPECT_EQ(mine.ref == 0 && mine.sfRef == 0, cleared);
     }
