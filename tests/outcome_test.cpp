@@ -195,8 +195,8 @@ TEST_F(Outcome, ClassifierRowsOfTheTransaction) {
       EXPECT_EQ(flows.status, c.ofFlow[s - 1]) << "status " << s;
       EXPECT_TRUE(mine.status == 0 ? isResetClsf(mine) : mine.taIndex == c.taAfter);
       EXPECT_TRUE(flows.status == 0 ? isResetClsf(flows) : flows.taIndex == H);
-      bool cleared = c.type == QOS_TA_DSA && c.op == ok;
-      if (mine.status != 0) EXPECT_EQ(mine.ref == 0 && mine.sfRef == 0, cleared);
+      const bool cleared = c.type == QOS_TA_DSA && c.op == ok;
+      EXPECT_TRUE(mine.status == 0 || (mine.ref == 0 && mine.sfRef == 0) == cleared);
     }
     EXPECT_EQ(logs.texts(), c.logs);
     for (const auto& rec : logs.records()) {
