@@ -135,7 +135,7 @@ TEST_F(Lifecycle, RegistrationDsaDscDsdAndEnd) {
   EXPECT_EQ(db().stats.sfDbMaxIndex, 1);
   qos_intDb_ResetTaDbRow(static_cast<int32_t>(dsc));
   qos_intDb_ResetTaDbRow(static_cast<int32_t>(dsd));
-  EXPECT_EQ(touched(before), (Names{"sf 2", "stats", "ta 1", "ta 2", "other"}));
+  EXPECT_EQ(touched(before), (Names{"sf 2", "stats", "ta 0", "ta 1"}));
   EXPECT_TRUE(logs.records().empty());
 }
 
