@@ -139,27 +139,5 @@ TEST_F(Lifecycle, RegistrationDsaDscDsdAndEnd) {
   EXPECT_TRUE(logs.records().empty());
 }
 
-// A CMTS-initiated DSA that ends in error: its flow waits for deletion,
-// held by the DSA, and its classifiers are gone; the end of the hold keeps
-// the flow for the DSD that follows.
-TEST_F(Lifecycle, CmtsDsaErrorThenDsd) {
-  const uint32_t dsa = newTa(0x9100, QOS_TA_DSA, QOS_TA_BY_CMTS);
-  ASSERT_EQ(qos_intDb_AddSfId(0x200, QOS_DIR_DOWNSTREAM, dsa), 0);
-  ASSERT_EQ(qos_intDb_AddClsfId(0x200, 7, dsa), 0);
-  ASSERT_EQ(qos_intDb_UpdateSfOnTaError(dsa), 0);
-  EXPECT_EQ(db().sf[0].state, QOS_SF_DELETING);
-  EXPECT_EQ(db().clsf[0].status, 0u);
-  ASSERT_EQ(qos_intDb_UpdateSfOnTaEnd(dsa), 0);
-  EXPECT_EQ(db().sf[0].state, QOS_SF_DELETING);
-  EXPECT_EQ(db().sf[0].heldTaIndex, -1);
-
-  const uint32_t dsd = newTa(0x9101, QOS_TA_DSD, QOS_TA_BY_CMTS);
-  ASSERT_EQ(qos_intDb_StartDeleteSF(0, dsd), 0);
-  ASSERT_EQ(qos_intDb_UpdateSfOnTaSucceeded(dsd), 0);
-  ASSERT_EQ(qos_intDb_UpdateSfOnTaEnd(dsd), 0);
-  EXPECT_EQ(db().sf[0].state, 0u);
-  EXPECT_TRUE(logs.records().empty());
-}
-
 }  // namespace
 }  // namespace qostest

@@ -11,6 +11,9 @@ namespace qostest {
 namespace {
 
 using Op = int32_t (*)(uint32_t);
+const Op ok = qos_intDb_UpdateSfOnTaSucceeded, fail = qos_intDb_UpdateSfOnTaFailure,
+         err = qos_intDb_UpdateSfOnTaError, forced = qos_intDb_UpdateSfOnTaForcedEnd,
+         abort_ = qos_intDb_UpdateSfAddAbort;
 constexpr int32_t N = -1;  // no transaction
 constexpr int32_t T = 2;   // the transaction that ends
 constexpr int32_t H = 4;   // another transaction that holds the flow
@@ -82,8 +85,6 @@ struct FlowCase {
 
 // The flow state table: a downstream flow of T, held by H, through each outcome.
 TEST_F(Outcome, FlowRowsOfTheTransaction) {
-  const Op ok = qos_intDb_UpdateSfOnTaSucceeded, fail = qos_intDb_UpdateSfOnTaFailure,
-           err = qos_intDb_UpdateSfOnTaError, forced = qos_intDb_UpdateSfOnTaForcedEnd;
   const std::vector<FlowCase> cases = {
       {"DSA succeeded", QOS_TA_DSA, 0, ok, 1, N, T, 1, 0, N, {}},
       {"DSC succeeded", QOS_TA_DSC, 0, ok, 1, N, T, 1, 5, N, {QOS_EV_HELD_SF_CHANGED}},
@@ -155,8 +156,6 @@ struct ClsfCase {
 // The classifier state table. Rows 0..4 (status 1..5) are T's on another
 // flow; rows 5..9 (status 1..5) belong to T's flow under another transaction.
 TEST_F(Outcome, ClassifierRowsOfTheTransaction) {
-  const Op ok = qos_intDb_UpdateSfOnTaSucceeded, fail = qos_intDb_UpdateSfOnTaFailure,
-           err = qos_intDb_UpdateSfOnTaError, forced = qos_intDb_UpdateSfOnTaForcedEnd;
   const std::array<uint32_t, 5> kept = {1, 2, 3, 4, 5}, gone = {0, 0, 0, 0, 0};
   const std::array<uint32_t, 5> dscDone = {1, 1, 1, 0, 5}, dscUndone = {1, 0, 1, 1, 5};
   const auto incorrect = [](int s) {
@@ -208,7 +207,7 @@ TEST_F(Outcome, ClassifierRowsOfTheTransaction) {
 
 // The flow list keeps the first two flows; entries not filled match nothing.
 TEST_F(Outcome, DsdFreesTheClassifiersOfItsFirstTwoFlowsOnly) {
-  for (Op op : {qos_intDb_UpdateSfOnTaSucceeded, qos_intDb_UpdateSfOnTaError, qos_intDb_UpdateSfOnTaForcedEnd}) {
+  for (Op op : {ok, err, forced}) {
     freshStoreWithTa(QOS_TA_DSD);
     putFlow(0, QOS_SF_DELETING, 0xA1, T);
     putFlow(1, QOS_SF_DELETING, 0xA2, T);
@@ -230,85 +229,65 @@ TEST_F(Outcome, DsdFreesTheClassifiersOfItsFirstTwoFlowsOnly) {
   }
 }
 
-enum Earlier { kSucceeded, kFailure, kError, kForced, kAbort };
 struct EndCase {
   const char* name;
   uint32_t type, initiator;
-  Earlier earlier;
+  Op earlier;
   bool freed;
-  uint32_t state;  // when kept
-  int32_t ta;      // when kept
+  uint32_t state;           // when kept
+  int32_t ta;               // when kept
+  int32_t workerMeanwhile;  // another transaction starts on the flow before the end
 };
 
 // The end of the hold after each earlier outcome: which flows it frees.
 TEST_F(Outcome, EndAfterEachOutcome) {
-  const Op earlier[] = {qos_intDb_UpdateSfOnTaSucceeded, qos_intDb_UpdateSfOnTaFailure,
-                        qos_intDb_UpdateSfOnTaError, qos_intDb_UpdateSfOnTaForcedEnd,
-                        qos_intDb_UpdateSfAddAbort};
   const std::vector<EndCase> cases = {
-      {"DSA succeeded", QOS_TA_DSA, 0, kSucceeded, false, 1, N},
-      {"DSA failure", QOS_TA_DSA, 0, kFailure, true, 0, N},
-      {"modem DSA error", QOS_TA_DSA, 0, kError, true, 0, N},
-      {"CMTS DSA error", QOS_TA_DSA, 1, kError, false, 4, N},
-      {"DSA forced end", QOS_TA_DSA, 0, kForced, false, 5, N},
-      {"DSA add abort", QOS_TA_DSA, 0, kAbort, true, 0, N},
-      {"DSC succeeded", QOS_TA_DSC, 0, kSucceeded, false, 1, N},
-      {"DSC failure", QOS_TA_DSC, 0, kFailure, false, 1, N},
-      {"DSC error", QOS_TA_DSC, 0, kError, false, 4, N},
-      {"DSC forced end", QOS_TA_DSC, 0, kForced, false, 1, N},
-      {"DSD succeeded", QOS_TA_DSD, 0, kSucceeded, true, 0, N},
-      {"DSD failure", QOS_TA_DSD, 0, kFailure, false, 4, T},
-      {"DSD error", QOS_TA_DSD, 0, kError, true, 0, N},
-      {"DSD forced end", QOS_TA_DSD, 0, kForced, false, 4, N},
+      {"DSA succeeded", QOS_TA_DSA, 0, ok, false, 1, N, N},
+      {"DSA failure", QOS_TA_DSA, 0, fail, true, 0, N, N},
+      {"modem DSA error", QOS_TA_DSA, 0, err, true, 0, N, N},
+      {"CMTS DSA error", QOS_TA_DSA, 1, err, false, 4, N, N},
+      {"DSA forced end", QOS_TA_DSA, 0, forced, false, 5, N, N},
+      {"DSA add abort", QOS_TA_DSA, 0, abort_, true, 0, N, N},
+      {"DSC succeeded", QOS_TA_DSC, 0, ok, false, 1, N, N},
+      {"DSC failure", QOS_TA_DSC, 0, fail, false, 1, N, N},
+      {"DSC error", QOS_TA_DSC, 0, err, false, 4, N, N},
+      {"DSC forced end", QOS_TA_DSC, 0, forced, false, 1, N, N},
+      {"DSD succeeded", QOS_TA_DSD, 0, ok, true, 0, N, N},
+      {"DSD succeeded, flow taken on", QOS_TA_DSD, 0, ok, false, 6, 6, 6},
+      {"DSD failure", QOS_TA_DSD, 0, fail, false, 4, T, N},
+      {"DSD error", QOS_TA_DSD, 0, err, true, 0, N, N},
+      {"DSD forced end", QOS_TA_DSD, 0, forced, false, 4, N, N},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     freshStoreWithTa(c.type, c.initiator);
     putFlow(2, QOS_SF_OPERATIONAL, 0x50, N);
-    putFlow(5, pendingState(c.type), kOwnFlow, T);
-    ASSERT_EQ(earlier[c.earlier](T), 0);
+    qos::SfRow& r = putFlow(5, pendingState(c.type), kOwnFlow, T);
+    ASSERT_EQ(c.earlier(T), 0);
+    if (c.workerMeanwhile != N) r.taIndex = c.workerMeanwhile;
     EXPECT_EQ(qos_intDb_UpdateSfOnTaEnd(T), 0);
-    const qos::SfRow& r = db().sf[5];
     if (c.freed) {
       EXPECT_TRUE(isResetFlow(r));
-      EXPECT_EQ(db().stats.sfDbMaxIndex, 2);
     } else {
       EXPECT_EQ(r.state, c.state);
       EXPECT_EQ(r.taIndex, c.ta);
       EXPECT_EQ(r.heldTaIndex, N);
-      EXPECT_EQ(db().stats.sfDbMaxIndex, 5);
     }
+    EXPECT_EQ(db().stats.sfDbMaxIndex, c.freed ? 2 : 5);
     EXPECT_EQ(db().sf[2].state, QOS_SF_OPERATIONAL);
   }
 }
 
-// A deleted flow that another transaction has started working on stays.
-TEST_F(Outcome, EndKeepsADeletedFlowThatAnotherTransactionWorksOn) {
-  freshStoreWithTa(QOS_TA_DSD);
-  putFlow(0, QOS_SF_DELETING, kOwnFlow, T);
-  ASSERT_EQ(qos_intDb_UpdateSfOnTaSucceeded(T), 0);
-  db().sf[0].taIndex = 6;
-  EXPECT_EQ(qos_intDb_UpdateSfOnTaEnd(T), 0);
-  EXPECT_EQ(db().sf[0].state, QOS_SF_DELETED);
-  EXPECT_EQ(db().sf[0].heldTaIndex, N);
-}
-
-TEST_F(Outcome, MaximumIndexesFollowFrees) {
+// With the last row freed, both maximum indexes cover the whole table.
+TEST_F(Outcome, MaximumIndexesAfterTheLastFree) {
   freshStoreWithTa(QOS_TA_DSA);
   putFlow(4, QOS_SF_ADDING, 0, T);
-  putClsf(1, QOS_CLSF_OPERATIONAL, 0x50, N);
-  putClsf(4, QOS_CLSF_ADDING, 0, T);
+  putClsf(7, QOS_CLSF_ADDING, 0, T);
   ASSERT_EQ(qos_intDb_UpdateSfOnTaFailure(T), 0);
-  EXPECT_EQ(db().stats.clsfDbMaxIndex, 1);
+  EXPECT_EQ(db().stats.clsfDbMaxIndex, 319);
   EXPECT_EQ(db().stats.sfDbMaxIndex, 4);
   ASSERT_EQ(qos_intDb_UpdateSfOnTaEnd(T), 0);
-  EXPECT_EQ(db().stats.sfDbMaxIndex, 127);  // no flow left
-
-  freshStoreWithTa(QOS_TA_DSC);
-  putFlow(0, QOS_SF_CHANGING, 0x50, T);
-  putClsf(7, QOS_CLSF_DELETING, 0x50, T);
-  ASSERT_EQ(qos_intDb_UpdateSfOnTaSucceeded(T), 0);
-  EXPECT_EQ(db().stats.clsfDbMaxIndex, 319);  // no classifier left
+  EXPECT_EQ(db().stats.sfDbMaxIndex, 127);
 }
 
 TEST_F(Outcome, AddAbortRejectsTheAddedFlowsAndFreesTheClassifiers) {
@@ -374,7 +353,7 @@ TEST_F(Outcome, RegistrationFinishClearsReferencesOfOperationalRowsOnly) {
 // active entry with it; a downstream flow of the same DSD takes nothing.
 TEST_F(Outcome, UpstreamDsdTakesClustersCriteriaAndActiveEntry) {
   const SidChannelMapping maps[4] = {{0, 1, 0, 11}, {0, 2, 0, 12}, {0, 0, 0, 0}, {0, 0, 0, 0}};
-  for (Op op : {qos_intDb_UpdateSfOnTaSucceeded, qos_intDb_UpdateSfOnTaError}) {
+  for (Op op : {ok, err}) {
     freshStoreWithTa(QOS_TA_DSD);
     putFlow(0, QOS_SF_DELETING, 0x200, T, N, QOS_DIR_UPSTREAM).paramSetType = QOS_PARAMSET_ACTIVE;
     putFlow(1, QOS_SF_DELETING, 0x300, T);
@@ -432,23 +411,23 @@ TEST_F(Outcome, BadTransactionIndexesWriteNothing) {
   const std::string noType3 = "QOS:  Cannot determine DSX TA type; TA index=3";
   const std::string range10 = "qos_TaDb_GetTaType: ---> DSX TA DB index 10 is out of range";
   const std::vector<BadCase> cases = {
-      {"succeeded 11", qos_intDb_UpdateSfOnTaSucceeded, 11, -1, {}},
-      {"failure 11", qos_intDb_UpdateSfOnTaFailure, 11, -1, {}},
-      {"error -1", qos_intDb_UpdateSfOnTaError, 0xFFFFFFFF, -1, {}},
-      {"forced end 11", qos_intDb_UpdateSfOnTaForcedEnd, 11, -1, {}},
+      {"succeeded 11", ok, 11, -1, {}},
+      {"failure 11", fail, 11, -1, {}},
+      {"error -1", err, 0xFFFFFFFF, -1, {}},
+      {"forced end 11", forced, 11, -1, {}},
       {"end 11", qos_intDb_UpdateSfOnTaEnd, 11, -1, {}},
-      {"add abort 11", qos_intDb_UpdateSfAddAbort, 11, -1, {}},
+      {"add abort 11", abort_, 11, -1, {}},
       {"ack lost 11", qos_intDb_UpdateSfOnTaAckLost, 11, -1, {}},
-      {"succeeded 10", qos_intDb_UpdateSfOnTaSucceeded, 10, -1, {range10}},
-      {"error 10", qos_intDb_UpdateSfOnTaError, 10, -1,
+      {"succeeded 10", ok, 10, -1, {range10}},
+      {"error 10", err, 10, -1,
        {range10, "QOS:  Cannot determine DSX TA type; TA index=10"}},
       {"end 10", qos_intDb_UpdateSfOnTaEnd, 10, -1, {range10}},
-      {"add abort 10", qos_intDb_UpdateSfAddAbort, 10, 0, {}},
+      {"add abort 10", abort_, 10, 0, {}},
       {"ack lost 10", qos_intDb_UpdateSfOnTaAckLost, 10, 0, {}},
-      {"succeeded, free row", qos_intDb_UpdateSfOnTaSucceeded, 3, -1, {}},
-      {"failure, free row", qos_intDb_UpdateSfOnTaFailure, 3, -1, {}},
-      {"error, free row", qos_intDb_UpdateSfOnTaError, 3, -1, {noType3}},
-      {"forced end, free row", qos_intDb_UpdateSfOnTaForcedEnd, 3, -1, {}},
+      {"succeeded, free row", ok, 3, -1, {}},
+      {"failure, free row", fail, 3, -1, {}},
+      {"error, free row", err, 3, -1, {noType3}},
+      {"forced end, free row", forced, 3, -1, {}},
       {"end, free row", qos_intDb_UpdateSfOnTaEnd, 3, -1, {}},
   };
   freshStoreWithTa(QOS_TA_DSA);
