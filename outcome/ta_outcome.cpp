@@ -84,7 +84,7 @@ void freeClsf(ClsfRow& row) {
   (void)qos_intDb_UpdateClsfDbMaxIndex();
 }
 
-// ---- Flow rows ---------------------------------------------------------------
+// ---- Flow rows -------------------------------------------------------------
 
 // The transaction stops working on the flow and holds it in `state`.
 void holdIn(SfRow& row, uint32_t state, int32_t ta) {
@@ -223,6 +223,8 @@ constexpr ClsfCell kClsfCells[kTypes][kOutcomes] = {
     /* DSD */ {clsfOfFlowsFreed,    nullptr,          clsfOfFlowsFreed, clsfOfFlowsFreed},
 };
 
+// Every row of the transaction is recorded in the flow list, whatever the
+// outcome and type; only the DSD classifier cells read it.
 int32_t settle(Outcome outcome, Walk& w) {
   const bool knownType = w.type < kTypes;
   for (auto& row : local.sf) {
