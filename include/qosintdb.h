@@ -351,7 +351,9 @@ QOS_API int32_t qos_intDb_fullPrintSF(uint32_t sfIndex);
 /* One row, or every used row for an index above 127. */
 QOS_API int32_t qos_intDb_shortPrintSF(int32_t sfIndex);
 
-/* Gives a flow a new SFID in every table that holds it. */
+/* Gives a flow a new SFID in every table that holds it: its flow row, every
+ * classifier and active flow row with the old SFID, and the active PHS
+ * table of the flow's direction. */
 QOS_API int32_t qos_intDb_SubstituteSfId(uint32_t oldSfId, uint32_t newSfId);
 
 /* ------------------------------------------------------------------ */
@@ -530,28 +532,41 @@ QOS_API int32_t qos_intDb_UpdateOnRegFinish(void);
 /* Active upstream flows and active PHS tables                          */
 /* ------------------------------------------------------------------ */
 
-/* Fills the table from the flows, primary flow first (at most 32 rows). */
+/* Active upstream flows: rows 0..31, a flow's row is its active index.
+ * Fills from the operational active upstream flows, primary flow (the one
+ * usPrimarySfRef names, else the smallest reference) in row 0; more than 32
+ * flows: the first 32 are entered and the rest reported. -1 if none. */
 QOS_API int32_t qos_intDb_FillActiveUsSfTable(void);
+/* Takes the free row released longest ago; 0 if the SFID is already in. */
 QOS_API int32_t qos_intDb_AddActiveUsSfEntry(uint32_t sfId);
 QOS_API int32_t qos_intDb_DeleteActiveUsSfEntry(uint32_t sfId);
 QOS_API int32_t qos_intDb_GetActiveSfIndexBySfid(uint32_t sfId, uint32_t *activeIndex);
+/* -1 for an index above 31 or a free row. */
 QOS_API int32_t qos_intDb_GetActiveSfId(uint32_t activeIndex, uint32_t *sfId);
 QOS_API int32_t qos_intDb_SetActiveSfId(uint32_t activeIndex, uint32_t sfId);
 QOS_API int32_t qos_intDb_PrintActiveSfDB(void);
 
+/* Active PHS tables, one per direction (2 upstream, 1 downstream), rows
+ * 0..31. Adds take the lowest free row and answer 0 for an entry already
+ * there; DSID entries live in the downstream table. */
 QOS_API int32_t qos_intDb_AddActivePhsEntry(uint32_t sfId, uint32_t clsfId, uint8_t phsi,
                                             uint8_t direction);
 QOS_API int32_t qos_intDb_AddActivePhsEntryByDsid(uint32_t dsid);
+/* 0 also when the entry is not there (logged as a notice). */
 QOS_API int32_t qos_intDb_DeleteActivePhsEntry(uint32_t sfId, uint32_t clsfId, uint8_t phsi,
                                                uint8_t direction);
+/* -1 for a free row. */
 QOS_API int32_t qos_intDb_DeleteActivePhsEntryByIndex(int32_t activePhsIndex, uint8_t direction);
+/* Once attached, a failed index lookup leaves 0xFFFFFFFF in *activePhsIndex. */
 QOS_API int32_t qos_intDb_GetActivePhsIndex(uint32_t sfId, uint8_t direction, uint32_t *activePhsIndex);
 QOS_API int32_t qos_intDb_GetActivePhsIndexByClsf(uint32_t sfId, uint32_t clsfId, uint8_t direction,
                                                   uint32_t *activePhsIndex);
 QOS_API int32_t qos_intDb_GetActivePhsIndexByDsid(uint32_t dsid, uint32_t *activePhsIndex);
-/* -1 before attachment. */
+/* -1 for a free row or a DSID entry; the classifier ID's low 16 bits.
+ * Before attachment these two refuse like the rest of the family. */
 QOS_API int32_t qos_intDb_GetActivePhsInfo(int32_t activePhsIndex, uint8_t direction, uint32_t *sfId,
                                            uint16_t *clsfId, uint8_t *phsi);
+/* Replaces the SFID whatever the row's status. */
 QOS_API int32_t qos_intDb_SetActivePhsSfid(int32_t activePhsIndex, uint8_t direction, uint32_t sfId);
 QOS_API int32_t qos_intDb_PrintActivePhsDB(void);
 
