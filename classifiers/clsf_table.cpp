@@ -19,6 +19,7 @@
 
 #include "frame/internal.h"
 #include "frame/log.h"
+#include "frame/out.h"
 #include "qosintdb.h"
 
 using qos::ClsfRow;
@@ -129,9 +130,7 @@ int32_t qos_intDb_GetClsfSfid(uint32_t clsfIndex, uint32_t* sfId) {
 
 int32_t qos_intDb_GetClsfDbMaxIndex(uint32_t* maxIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  if (maxIndex == nullptr) return -1;
-  *maxIndex = static_cast<uint32_t>(local.stats->clsfDbMaxIndex);
-  return 0;
+  return qos::writeOut(maxIndex, local.stats->clsfDbMaxIndex);
 }
 
 // Stored as given: a value below 1 (or above INT32_MAX, read back signed)
@@ -144,26 +143,18 @@ int32_t qos_intDb_SetClsfMaxNum(uint32_t maxNum) {
 
 int32_t qos_intDb_GetClsfMaxNum(uint32_t* maxNum) {
   QOS_REQUIRE_SF_DB(-1);
-  if (maxNum == nullptr) return -1;
-  *maxNum = static_cast<uint32_t>(local.stats->clsfMaxNum);
-  return 0;
+  return qos::writeOut(maxNum, local.stats->clsfMaxNum);
 }
 
 int32_t qos_intDb_GetClsfNumber(uint32_t* clsfNumber) {
   QOS_REQUIRE_SF_DB(-1);
-  if (clsfNumber == nullptr) return -1;
-  *clsfNumber = local.stats->clsfNumber;
-  return 0;
+  return qos::writeOut(clsfNumber, local.stats->clsfNumber);
 }
 
 // The row is not claimed: the caller writes its status under the same lock.
 int32_t qos_intDb_FindClsfDbNextFreeIndex(uint32_t* clsfIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  if (clsfIndex == nullptr) return -1;
-  int32_t row = qos::clsfTable().takeFree();
-  if (row < 0) return -1;
-  *clsfIndex = static_cast<uint32_t>(row);
-  return 0;
+  return qos::clsfTable().takeFreeInto(clsfIndex);
 }
 
 int32_t qos_intDb_PrintClsf(int32_t clsfIndex) {

@@ -83,6 +83,16 @@ class MaxIndexedTable {
     return ++maxIndex_;
   }
 
+  // The rule's row written to `out`; -1 when the table is full or `out` is
+  // NULL (then the range does not grow).
+  int32_t takeFreeInto(uint32_t* out) {
+    if (out == nullptr) return -1;
+    int32_t i = takeFree();
+    if (i < 0) return -1;
+    *out = static_cast<uint32_t>(i);
+    return 0;
+  }
+
   // Lowers the maximum index to the highest used row; with no row in use
   // it becomes the last row of the table.
   void lower() {

@@ -14,6 +14,7 @@
 // some members also refuse a free row. What differs between members is
 // their Rule, the field and its width, written in one line each below.
 #include "frame/log.h"
+#include "frame/out.h"
 #include "qosintdb.h"
 
 using qos::local;
@@ -29,14 +30,6 @@ struct Rule {
 constexpr Rule kUsedRow{true, true};    // logs the index, refuses a free row
 constexpr Rule kAnyRow{true, false};    // logs the index, reads free rows too
 constexpr Rule kQuietRow{false, false};  // silent on the index, free rows too
-
-// Copies a field to the caller's output of its own width.
-template <typename Out, typename Field>
-int32_t readInto(Out* out, Field value) {
-  if (out == nullptr) return -1;
-  *out = static_cast<Out>(value);
-  return 0;
-}
 
 // A transaction link: written whatever it holds, 0 only when it names one.
 int32_t readLink(int32_t* out, int32_t link) {
@@ -71,7 +64,7 @@ uint16_t* primaryRef(uint32_t direction) {
 #define QOS_SF_GETTER(name, Out, field, rule)      \
   int32_t name(uint32_t sfIndex, Out* out) {       \
     QOS_SF_FIELD(sfIndex, rule);                   \
-    return readInto(out, row.field);               \
+    return qos::writeOut(out, row.field);               \
   }
 
 // A member that stores the low bits of its value in `field`.
@@ -130,7 +123,7 @@ int32_t qos_intDb_GetSfPrimaryRef(uint32_t direction, uint16_t* ref) {
   QOS_REQUIRE_SF_DB(-1);
   uint16_t* primary = primaryRef(direction);
   if (primary == nullptr) return -1;
-  return readInto(ref, *primary);
+  return qos::writeOut(ref, *primary);
 }
 
 int32_t qos_intDb_SetSfPrimaryRef(uint32_t direction, uint32_t ref) {
@@ -143,7 +136,7 @@ int32_t qos_intDb_SetSfPrimaryRef(uint32_t direction, uint32_t ref) {
 
 int32_t qos_intDb_GetActiveSfNumber(uint32_t* activeSfNumber) {
   QOS_REQUIRE_SF_DB(-1);
-  return readInto(activeSfNumber, local.stats->activeSfNumber);
+  return qos::writeOut(activeSfNumber, local.stats->activeSfNumber);
 }
 
 }  // extern "C"

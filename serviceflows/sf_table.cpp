@@ -16,6 +16,7 @@
 
 #include "frame/internal.h"
 #include "frame/log.h"
+#include "frame/out.h"
 #include "qosintdb.h"
 
 using qos::local;
@@ -63,11 +64,7 @@ void qos_intDb_SfDb_RowReset(uint32_t sfIndex) {
 
 int32_t qos_intDb_FindSfDbNextFreeIndex(uint32_t* sfIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  if (sfIndex == nullptr) return -1;
-  int32_t row = qos::sfTable().takeFree();
-  if (row < 0) return -1;
-  *sfIndex = static_cast<uint32_t>(row);
-  return 0;
+  return qos::sfTable().takeFreeInto(sfIndex);
 }
 
 int32_t qos_intDb_FindSfById(uint32_t sfId, uint32_t* sfIndex) {
@@ -83,9 +80,7 @@ int32_t qos_intDb_FindSfById(uint32_t sfId, uint32_t* sfIndex) {
 
 int32_t qos_intDb_GetSfDbMaxIndex(uint32_t* maxIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  if (maxIndex == nullptr) return -1;
-  *maxIndex = static_cast<uint32_t>(local.stats->sfDbMaxIndex);
-  return 0;
+  return qos::writeOut(maxIndex, local.stats->sfDbMaxIndex);
 }
 
 int32_t qos_intDb_UpdateSfNumber(uint32_t* sfNumber) {
@@ -100,9 +95,7 @@ int32_t qos_intDb_UpdateSfNumber(uint32_t* sfNumber) {
 
 int32_t qos_intDb_GetSfNumber(uint32_t* sfNumber) {
   QOS_REQUIRE_SF_DB(-1);
-  if (sfNumber == nullptr) return -1;
-  *sfNumber = local.stats->sfNumber;
-  return 0;
+  return qos::writeOut(sfNumber, local.stats->sfNumber);
 }
 
 int32_t qos_intDb_GetNextSFDbIndex(void) { return -1; }

@@ -18,6 +18,7 @@
 #include <cstring>
 
 #include "frame/log.h"
+#include "frame/out.h"
 #include "qosintdb.h"
 
 using qos::local;
@@ -162,16 +163,12 @@ int32_t qos_intDb_PrintSidClusters(void) {
 
 int32_t qos_intDb_GetClusterDbMaxIndex(uint32_t* maxIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  if (maxIndex == nullptr) return -1;
-  *maxIndex = static_cast<uint32_t>(local.stats->clusterDbMaxIndex);
-  return 0;
+  return qos::writeOut(maxIndex, local.stats->clusterDbMaxIndex);
 }
 
 int32_t qos_intDb_GetClusterMaxNum(uint32_t* maxNum) {
   QOS_REQUIRE_SF_DB(-1);
-  if (maxNum == nullptr) return -1;
-  *maxNum = local.stats->clusterMaxNum;
-  return 0;
+  return qos::writeOut(maxNum, local.stats->clusterMaxNum);
 }
 
 int32_t qos_intDb_SetClusterMaxNum(uint32_t maxNum) {
@@ -184,19 +181,13 @@ int32_t qos_intDb_SetClusterMaxNum(uint32_t maxNum) {
 // the last reset on, and the count is what the table walks give.
 int32_t qos_intDb_GetClusterNumber(uint32_t* clusterNumber) {
   QOS_REQUIRE_SF_DB(-1);
-  if (clusterNumber == nullptr) return -1;
-  *clusterNumber = local.stats->clusterNumber;
-  return 0;
+  return qos::writeOut(clusterNumber, local.stats->clusterNumber);
 }
 
 // The row is not marked in use; the mark may have grown for it.
 int32_t qos_intDb_FindClusterDbNextFreeIndex(uint32_t* rowIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  if (rowIndex == nullptr) return -1;
-  int32_t i = qos::clusterTable().takeFree();
-  if (i < 0) return -1;
-  *rowIndex = static_cast<uint32_t>(i);
-  return 0;
+  return qos::clusterTable().takeFreeInto(rowIndex);
 }
 
 }  // extern "C"
