@@ -146,21 +146,16 @@ void changeForced(SfRow& row, const Walk&) { leaveIn(row, QOS_SF_OPERATIONAL); }
 void deleteForced(SfRow& row, const Walk&) { leaveIn(row, QOS_SF_DELETING); }
 
 // ---- Classifier rows -------------------------------------------------------
-// Each cell sees every used row and picks the rows of its transaction: by
-// taIndex for DSA and DSC, by the flow list for DSD.
+// Each cell sees the used rows of its transaction (see ofTransaction).
 
-bool ofTa(const ClsfRow& row, const Walk& w) { return row.taIndex == w.ta; }
-
-void clsfAddSucceeded(ClsfRow& row, const Walk& w) {
-  if (!ofTa(row, w)) return;
+void clsfAddSucceeded(ClsfRow& row, const Walk&) {
   row.status = QOS_CLSF_OPERATIONAL;
   row.sfRef = 0;
   row.taIndex = kNone;
   row.ref = 0;
 }
 
-void clsfChangeSucceeded(ClsfRow& row, const Walk& w) {
-  if (!ofTa(row, w)) return;
+void clsfChangeSucceeded(ClsfRow& row, const Walk&) {
   switch (row.status) {
     case QOS_CLSF_ADDING:
     case QOS_CLSF_CHANGING:
@@ -179,8 +174,7 @@ void clsfChangeSucceeded(ClsfRow& row, const Walk& w) {
 }
 
 // A DSC that did not succeed: added classifiers go, the others stay in force.
-void clsfChangeUndone(ClsfRow& row, const Walk& w) {
-  if (!ofTa(row, w)) return;
+void clsfChangeUndone(ClsfRow& row, const Walk&) {
   if (row.status == QOS_CLSF_ADDING) {
     freeClsf(row);
     return;
@@ -189,14 +183,13 @@ void clsfChangeUndone(ClsfRow& row, const Walk& w) {
   row.taIndex = kNone;
 }
 
-void clsfOfTaFreed(ClsfRow& row, const Walk& w) {
-  if (ofTa(row, w)) freeClsf(row);
-}
+void clsfFreed(ClsfRow& row, const Walk&) { freeClsf(row); }
 
-// The transaction's own taIndex is not looked at: every classifier of a
-// deleted flow goes with it.
-void clsfOfFlowsFreed(ClsfRow& row, const Walk& w) {
-  if (w.flows.holds(row.sfId)) freeClsf(row);
+// The classifier rows of the transaction: for DSA and DSC those it works on
+// (taIndex); for DSD every classifier of its flows, whatever their taIndex,
+// since they go with the flow.
+bool ofTransaction(const ClsfRow& row, const Walk& w) {
+  return w.type == QOS_TA_DSD ? w.flows.holds(row.sfId) : row.taIndex == w.ta;
 }
 
 // ---- The two tables --------------------------------------------------------
@@ -218,9 +211,9 @@ constexpr SfCell kFlowCells[kTypes][kOutcomes] = {
 // Classifier rows; nullptr: no classifier walk.
 constexpr ClsfCell kClsfCells[kTypes][kOutcomes] = {
     //          succeeded            failure           error             forced end
-    /* DSA */ {clsfAddSucceeded,    clsfOfTaFreed,    clsfOfTaFreed,    clsfOfTaFreed},
+    /* DSA */ {clsfAddSucceeded,    clsfFreed,        clsfFreed,        clsfFreed},
     /* DSC */ {clsfChangeSucceeded, clsfChangeUndone, clsfChangeUndone, clsfChangeUndone},
-    /* DSD */ {clsfOfFlowsFreed,    nullptr,          clsfOfFlowsFreed, clsfOfFlowsFreed},
+    /* DSD */ {clsfFreed,           nullptr,          clsfFreed,        clsfFreed},
 };
 
 // Every row of the transaction is recorded in the flow list, whatever the
@@ -236,7 +229,7 @@ int32_t settle(Outcome outcome, Walk& w) {
   ClsfCell cell = knownType ? kClsfCells[w.type][outcome] : nullptr;
   if (cell == nullptr) return 0;
   for (auto& row : local.clsf) {
-    if (row.used()) cell(row, w);
+    if (row.used() && ofTransaction(row, w)) cell(row, w);
   }
   return 0;
 }
