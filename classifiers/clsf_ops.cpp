@@ -38,17 +38,17 @@ bool dscArgsValid(uint32_t sfIndex, uint32_t clsfIndex, int32_t taIndex) {
 }
 
 // The flow a classifier add binds to: the row found counts one classifier
-// more; without one, a placeholder row is taken that counts this one, and
-// `created` tells the caller to name it. Null when the flow table is full.
-SfRow* bindFlow(int32_t found, bool& created) {
-  created = found < 0;
+// more; without one, the free row picked becomes a placeholder that counts
+// this one, and `created` tells the caller to name it. Null when the flow
+// table is full.
+SfRow* bindFlow(qos::RowPick pick, bool& created) {
+  created = !pick.found;
+  if (pick.row < 0) return nullptr;
+  SfRow& flow = local.sf[pick.row];
   if (!created) {
-    local.sf[found].clsfCounter++;
-    return &local.sf[found];
+    flow.clsfCounter++;
+    return &flow;
   }
-  int32_t f = qos::sfTable().takeFree();
-  if (f < 0) return nullptr;
-  SfRow& flow = local.sf[f];
   flow.state = QOS_SF_REFERENCED;
   flow.clsfCounter = 1;
   return &flow;
@@ -78,19 +78,23 @@ extern "C" {
 
 int32_t qos_intDb_AddClsf(uint32_t sfId, uint32_t sfRef, uint32_t clsfRef) {
   QOS_REQUIRE_SF_DB(-1);
-  int32_t c = qos::clsfTable().findInRange(
+  const qos::RowPick pick = qos::clsfTable().findOrTakeFree(
       [clsfRef](const ClsfRow& r) { return uint32_t{r.ref} == clsfRef; });
-  if (c >= 0 && !placeholderFor(local.clsf[c], sfRef)) return -1;
-  if (c < 0 && (c = qos::clsfTable().takeFree()) < 0) {
+  int32_t c = pick.row;
+  if (pick.found && !placeholderFor(local.clsf[c], sfRef)) return -1;
+  if (c < 0) {
     QOS_LOG(QOS_LOG_ERROR, "%s: Classifier int DB is full. Clsf Ref=%d cannot be added to DB",
             __func__, static_cast<int>(clsfRef));
     return -1;
   }
-  int32_t f = qos::sfTable().findInRange(
+  const qos::RowPick flowPick = qos::sfTable().findOrTakeFree(
       [sfRef](const SfRow& r) { return r.used() && uint32_t{r.ref} == sfRef; });
-  if (f >= 0 && local.sf[f].state != QOS_SF_REFERENCED && local.sf[f].sfId != sfId) return -1;
+  if (flowPick.found && local.sf[flowPick.row].state != QOS_SF_REFERENCED &&
+      local.sf[flowPick.row].sfId != sfId) {
+    return -1;
+  }
   bool created = false;
-  SfRow* flow = bindFlow(f, created);
+  SfRow* flow = bindFlow(flowPick, created);
   if (flow == nullptr) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=%d", __func__,
@@ -110,26 +114,27 @@ int32_t qos_intDb_AddClsf(uint32_t sfId, uint32_t sfRef, uint32_t clsfRef) {
 
 int32_t qos_intDb_AddClsfRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  int32_t c = qos::clsfTable().findInRange([clsfRef, taIndex](const ClsfRow& r) {
+  const qos::RowPick pick = qos::clsfTable().findOrTakeFree([clsfRef, taIndex](const ClsfRow& r) {
     return uint32_t{r.ref} == clsfRef && r.taIndex == taIndex;
   });
-  if (c >= 0 && !placeholderFor(local.clsf[c], sfRef)) {
+  int32_t c = pick.row;
+  if (pick.found && !placeholderFor(local.clsf[c], sfRef)) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: Clsf with Ref=%d and TA idx=%d already exists. DB idx=%d, SF Ref=%d", __func__,
             static_cast<int>(clsfRef), static_cast<int>(taIndex), static_cast<int>(c),
             static_cast<int>(sfRef));
     return -1;
   }
-  if (c < 0 && (c = qos::clsfTable().takeFree()) < 0) {
+  if (c < 0) {
     QOS_LOG(QOS_LOG_ERROR, "%s: Classifier int DB is full. Clsf Ref=%d cannot be added to DB",
             __func__, static_cast<int>(clsfRef));
     return -1;
   }
-  int32_t f = qos::sfTable().findInRange([sfRef, taIndex](const SfRow& r) {
+  const qos::RowPick flowPick = qos::sfTable().findOrTakeFree([sfRef, taIndex](const SfRow& r) {
     return uint32_t{r.ref} == sfRef && r.taIndex == taIndex;
   });
   bool created = false;
-  SfRow* flow = bindFlow(f, created);
+  SfRow* flow = bindFlow(flowPick, created);
   if (flow == nullptr) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=%d", __func__,
@@ -149,16 +154,17 @@ int32_t qos_intDb_AddClsfRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) 
 
 int32_t qos_intDb_AddClsfId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  int32_t c = qos::clsfTable().findInRange(
+  const qos::RowPick pick = qos::clsfTable().findOrTakeFree(
       [sfId, clsfId](const ClsfRow& r) { return r.sfId == sfId && uint32_t{r.clsfId} == clsfId; });
-  if (c < 0 && (c = qos::clsfTable().takeFree()) < 0) {
+  int32_t c = pick.row;
+  if (c < 0) {
     QOS_LOG(QOS_LOG_ERROR, "%s: Classifier int DB is full. Clsf Id=%d cannot be added to DB",
             __func__, static_cast<int>(clsfId));
     return -1;
   }
-  int32_t f = qos::sfTable().findInRange([sfId](const SfRow& r) { return r.sfId == sfId; });
+  const qos::RowPick flowPick = qos::sfTable().findOrTakeFree([sfId](const SfRow& r) { return r.sfId == sfId; });
   bool created = false;
-  SfRow* flow = bindFlow(f, created);
+  SfRow* flow = bindFlow(flowPick, created);
   if (flow == nullptr) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Id=%d", __func__,
@@ -178,16 +184,17 @@ int32_t qos_intDb_AppendClsfRef(uint32_t sfIndex, uint32_t clsfRef, int32_t taIn
   QOS_REQUIRE_SF_DB(-1);
   if (!dscArgsValid(sfIndex, 0, taIndex)) return -1;
   SfRow& flow = markFlowChanging(sfIndex, taIndex);
-  int32_t c = qos::clsfTable().findInRange([clsfRef, taIndex](const ClsfRow& r) {
+  const qos::RowPick pick = qos::clsfTable().findOrTakeFree([clsfRef, taIndex](const ClsfRow& r) {
     return uint32_t{r.ref} == clsfRef && r.taIndex == taIndex;
   });
-  if (c >= 0 && !placeholderFor(local.clsf[c], flow.ref)) {
+  int32_t c = pick.row;
+  if (pick.found && !placeholderFor(local.clsf[c], flow.ref)) {
     QOS_LOG(QOS_LOG_ERROR, "%s: Clsf with Ref=%d and TA idx=%d already exists. DB idx=%d, SF Id=%d",
             __func__, static_cast<int>(clsfRef), static_cast<int>(taIndex), static_cast<int>(c),
             static_cast<int>(flow.sfId));
     return -1;
   }
-  if (c < 0 && (c = qos::clsfTable().takeFree()) < 0) {
+  if (c < 0) {
     QOS_LOG(
         QOS_LOG_ERROR,
         "%s: Classifier int DB is full. Clsf Ref =%d of service flow SFID=%d cannot be added to DB",
@@ -207,9 +214,10 @@ int32_t qos_intDb_AppendClsfId(uint32_t sfIndex, uint32_t clsfId, int32_t taInde
   if (!dscArgsValid(sfIndex, 0, taIndex)) return -1;
   SfRow& flow = markFlowChanging(sfIndex, taIndex);
   const uint32_t sfId = flow.sfId;
-  int32_t c = qos::clsfTable().findInRange(
+  const qos::RowPick pick = qos::clsfTable().findOrTakeFree(
       [sfId, clsfId](const ClsfRow& r) { return r.sfId == sfId && uint32_t{r.clsfId} == clsfId; });
-  if (c < 0 && (c = qos::clsfTable().takeFree()) < 0) {
+  int32_t c = pick.row;
+  if (c < 0) {
     QOS_LOG(
         QOS_LOG_ERROR,
         "%s: Classifier int DB is full. Clsf Id=%d of service flow SFID=%d cannot be added to DB",

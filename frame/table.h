@@ -5,7 +5,8 @@
 // classifier and the SID cluster tables are additionally bounded by a
 // maximum index kept in the statistics block: their scans cover rows 0 to
 // that index, and a new row is found by one rule shared by all three
-// (MaxIndexedTable::takeFree). Invariant of those tables: every used row
+// (MaxIndexedTable::takeFree, or findOrTakeFree for an add that first looks
+// for a row it may take over). Invariant of those tables: every used row
 // lies at or below the maximum index.
 #pragma once
 
@@ -49,6 +50,13 @@ class TableView {
   Row* rows_ = nullptr;
 };
 
+// A row chosen for an add: one that was found, or a free one; row -1 when
+// nothing was found and the table is full.
+struct RowPick {
+  int32_t row;
+  bool found;
+};
+
 // A table whose scans stop at a maximum index (a word of the statistics
 // block). Row must say whether it is in use through used().
 template <typename Row, std::size_t N>
@@ -77,10 +85,24 @@ class MaxIndexedTable {
   // (-1). Growing is part of the rule: it stays even if the caller then
   // does not use the row.
   int32_t takeFree() {
-    int32_t i = findInRange([](const Row& r) { return !r.used(); });
-    if (i >= 0) return i;
-    if (maxIndex_ < 0 || maxIndex_ >= kRows - 1) return -1;
-    return ++maxIndex_;
+    return findOrTakeFree([](const Row&) { return false; }).row;
+  }
+
+  // The row an add works on: the first row of the used range that satisfies
+  // pred (found), else the row takeFree() hands out. One pass over the range
+  // answers both, and the range grows only when nothing was found.
+  template <typename Pred>
+  RowPick findOrTakeFree(Pred pred) {
+    int32_t firstFree = -1;
+    const int32_t to = last();
+    for (int32_t i = 0; i <= to; ++i) {
+      const Row& r = rows_[i];
+      if (pred(r)) return {i, true};
+      if (firstFree < 0 && !r.used()) firstFree = i;
+    }
+    if (firstFree >= 0) return {firstFree, false};
+    if (maxIndex_ < 0 || maxIndex_ >= kRows - 1) return {-1, false};
+    return {++maxIndex_, false};
   }
 
   // The rule's row written to `out`; -1 when the table is full or `out` is

@@ -23,15 +23,22 @@ using qos::SfRow;
 
 namespace {
 
-// The first flow row with this SFID, whatever its state; -1 if none.
-int32_t flowById(uint32_t sfId) {
-  return qos::sfTable().findInRange([sfId](const SfRow& r) { return r.sfId == sfId; });
+// Flow rows with this SFID, whatever their state.
+auto withSfId(uint32_t sfId) {
+  return [sfId](const SfRow& r) { return r.sfId == sfId; };
 }
 
-// The first classifier row of this identifier and flow, whatever its status.
+// Classifier rows of this identifier and flow, whatever their status.
+auto withClsfId(uint32_t clsfId, uint32_t sfId) {
+  return [clsfId, sfId](const ClsfRow& r) { return uint32_t{r.clsfId} == clsfId && r.sfId == sfId; };
+}
+
+// The first flow row with this SFID; -1 if none.
+int32_t flowById(uint32_t sfId) { return qos::sfTable().findInRange(withSfId(sfId)); }
+
+// The first classifier row of this identifier and flow; -1 if none.
 int32_t clsfById(uint32_t clsfId, uint32_t sfId) {
-  return qos::clsfTable().findInRange(
-      [clsfId, sfId](const ClsfRow& r) { return uint32_t{r.clsfId} == clsfId && r.sfId == sfId; });
+  return qos::clsfTable().findInRange(withClsfId(clsfId, sfId));
 }
 
 bool freeFor(int32_t rowTaIndex, int32_t taIndex) {
@@ -82,9 +89,10 @@ extern "C" {
 
 int32_t qos_intDb_AddPhs(uint32_t sfRef, uint32_t clsfRef) {
   QOS_REQUIRE_SF_DB(-1);
-  int32_t c = qos::clsfTable().findInRange(
-      [clsfRef](const ClsfRow& r) { return uint32_t{r.ref} == clsfRef; });
-  const bool newClsf = c < 0;
+  const qos::RowPick clsfPick =
+      qos::clsfTable().findOrTakeFree([clsfRef](const ClsfRow& r) { return uint32_t{r.ref} == clsfRef; });
+  const bool newClsf = !clsfPick.found;
+  const int32_t c = clsfPick.row;
   if (!newClsf && uint32_t{local.clsf[c].sfRef} != sfRef) {
     QOS_LOG(
         QOS_LOG_ERROR,
@@ -93,16 +101,17 @@ int32_t qos_intDb_AddPhs(uint32_t sfRef, uint32_t clsfRef) {
         static_cast<unsigned>(local.clsf[c].sfRef));
     return -1;
   }
-  if (newClsf && (c = qos::clsfTable().takeFree()) < 0) {
+  if (c < 0) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: Clsf int DB is full. Referenced Clsf=%d cannot be added to DB for PHS", __func__,
             static_cast<int>(clsfRef));
     return -1;
   }
-  int32_t f =
-      qos::sfTable().findInRange([sfRef](const SfRow& r) { return uint32_t{r.ref} == sfRef; });
-  const bool newFlow = f < 0;
-  if (newFlow && (f = qos::sfTable().takeFree()) < 0) {
+  const qos::RowPick flowPick =
+      qos::sfTable().findOrTakeFree([sfRef](const SfRow& r) { return uint32_t{r.ref} == sfRef; });
+  const bool newFlow = !flowPick.found;
+  const int32_t f = flowPick.row;
+  if (f < 0) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: SF int DB is full. Referenced SF = %d cannot be added to DB for PHS", __func__,
             static_cast<int>(sfRef));
@@ -124,20 +133,22 @@ int32_t qos_intDb_AddPhs(uint32_t sfRef, uint32_t clsfRef) {
 
 int32_t qos_intDb_AddPhsRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  int32_t c = qos::clsfTable().findInRange([clsfRef, taIndex](const ClsfRow& r) {
+  const qos::RowPick clsfPick = qos::clsfTable().findOrTakeFree([clsfRef, taIndex](const ClsfRow& r) {
     return uint32_t{r.ref} == clsfRef && r.taIndex == taIndex;
   });
-  const bool newClsf = c < 0;
+  const bool newClsf = !clsfPick.found;
+  const int32_t c = clsfPick.row;
   if (!newClsf && uint32_t{local.clsf[c].sfRef} != sfRef) return -1;
-  if (newClsf && (c = qos::clsfTable().takeFree()) < 0) {
+  if (c < 0) {
     QOS_LOG(QOS_LOG_ERROR, "%s: Clsf int DB is full. Refered Clsf=%d cannot be added for PHS",
             __func__, static_cast<int>(clsfRef));
     return -1;
   }
-  int32_t f =
-      qos::sfTable().findInRange([sfRef](const SfRow& r) { return uint32_t{r.ref} == sfRef; });
-  const bool newFlow = f < 0;
-  if (newFlow && (f = qos::sfTable().takeFree()) < 0) {
+  const qos::RowPick flowPick =
+      qos::sfTable().findOrTakeFree([sfRef](const SfRow& r) { return uint32_t{r.ref} == sfRef; });
+  const bool newFlow = !flowPick.found;
+  const int32_t f = flowPick.row;
+  if (f < 0) {
     QOS_LOG(QOS_LOG_ERROR, "%s: SF int DB is full. Referred SF=%d cannot be added to DB for PHS",
             __func__, static_cast<int>(sfRef));
     return -1;
@@ -154,17 +165,19 @@ int32_t qos_intDb_AddPhsRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) {
 
 int32_t qos_intDb_AddPhsId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  int32_t c = clsfById(clsfId, sfId);
-  const bool newClsf = c < 0;
+  const qos::RowPick clsfPick = qos::clsfTable().findOrTakeFree(withClsfId(clsfId, sfId));
+  const bool newClsf = !clsfPick.found;
+  const int32_t c = clsfPick.row;
   if (!newClsf && !freeFor(local.clsf[c].taIndex, taIndex)) return -1;
-  if (newClsf && (c = qos::clsfTable().takeFree()) < 0) {
+  if (c < 0) {
     QOS_LOG(QOS_LOG_ERROR, "%s: Clsf int DB is full. Classifier with ID=%d cannot be added for PHS",
             __func__, static_cast<int>(clsfId));
     return -1;
   }
-  int32_t f = flowById(sfId);
-  const bool newFlow = f < 0;
-  if (newFlow && (f = qos::sfTable().takeFree()) < 0) {
+  const qos::RowPick flowPick = qos::sfTable().findOrTakeFree(withSfId(sfId));
+  const bool newFlow = !flowPick.found;
+  const int32_t f = flowPick.row;
+  if (f < 0) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: SF int DB is full. Service Flow with ID=%d cannot be added to DB for PHS",
             __func__, static_cast<int>(sfId));

@@ -52,8 +52,7 @@ int32_t qos_intDb_AddSf(uint32_t sfId, uint32_t ref, uint32_t direction) {
   if (local.stats == nullptr || !local.sf.attached()) return -1;
 
   auto table = qos::sfTable();
-  int32_t i = table.findInRange([ref](const SfRow& r) { return r.ref == ref; });
-  if (i < 0) i = table.takeFree();
+  int32_t i = table.findOrTakeFree([ref](const SfRow& r) { return r.ref == ref; }).row;
   if (i < 0) {
     QOS_LOG(QOS_LOG_ERROR, "%s: SF int DB is full. SFId = 0x%x SF Ref=%d cannot be added to DB",
             __func__, static_cast<unsigned>(sfId), static_cast<int>(ref));
@@ -78,9 +77,8 @@ int32_t qos_intDb_AddSf(uint32_t sfId, uint32_t ref, uint32_t direction) {
 int32_t qos_intDb_AddSfReference(uint32_t ref, uint32_t direction, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
   auto table = qos::sfTable();
-  int32_t i = table.findInRange(
-      [=](const SfRow& r) { return r.ref == ref && r.taIndex == taIndex; });
-  if (i < 0) i = table.takeFree();
+  int32_t i =
+      table.findOrTakeFree([=](const SfRow& r) { return r.ref == ref && r.taIndex == taIndex; }).row;
   if (i < 0) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: SF int DB is full. SF Ref=%d of TA index = %d cannot be added to DB", __func__,
@@ -98,13 +96,13 @@ int32_t qos_intDb_AddSfReference(uint32_t ref, uint32_t direction, int32_t taInd
 int32_t qos_intDb_AddSfId(uint32_t sfId, uint32_t direction, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
   auto table = qos::sfTable();
-  int32_t i = table.findInRange([sfId](const SfRow& r) { return r.sfId == sfId; });
-  if (i >= 0 && table[i].taIndex != taIndex) {
+  auto pick = table.findOrTakeFree([sfId](const SfRow& r) { return r.sfId == sfId; });
+  int32_t i = pick.row;
+  if (pick.found && table[i].taIndex != taIndex) {
     QOS_LOG(QOS_LOG_ERROR, "Add SF ID to int DB: SFID=0x%x already exists with TA index=%d",
             static_cast<unsigned>(sfId), static_cast<int>(table[i].taIndex));
     return -1;
   }
-  if (i < 0) i = table.takeFree();
   if (i < 0) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: SF int DB is full. SF ID = 0x%x of TA index = %d cannot be added to DB",
