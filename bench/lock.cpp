@@ -33,12 +33,15 @@ SemopFn realSemop() {
 }  // namespace
 
 // Every semop of the process, the library's included, comes through here.
+// A take is an operation that lowered the semaphore (an attempt refused
+// with IPC_NOWAIT takes nothing).
 extern "C" int semop(int semid, struct sembuf* sops, size_t nsops) noexcept {
   ++counted.calls;
-  for (size_t i = 0; i < nsops; ++i) {
+  const int rc = realSemop()(semid, sops, nsops);
+  for (size_t i = 0; rc == 0 && i < nsops; ++i) {
     if (sops[i].sem_op < 0) ++counted.takes;
   }
-  return realSemop()(semid, sops, nsops);
+  return rc;
 }
 
 namespace qosbench {

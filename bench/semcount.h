@@ -11,7 +11,7 @@ namespace qosbench {
 
 struct SemCount {
   uint64_t calls = 0;  // semop() calls
-  uint64_t takes = 0;  // operations that take the semaphore (sem_op < 0)
+  uint64_t takes = 0;  // operations that took the semaphore (sem_op < 0, done)
 
   SemCount operator-(const SemCount& o) const { return {calls - o.calls, takes - o.takes}; }
 };
