@@ -293,58 +293,49 @@ bool nextOf(const std::array<uint32_t, N>& after, Candidates candidates, std::ar
   return found;
 }
 
-int32_t floorCmWalkSingle() {
-  const qos::QosIntDbRegion& r = region();
-  std::array<uint32_t, 1> at{0}, next{};
+// Walks every index of a table from the all-zero one; the rows visited.
+template <std::size_t N, typename Candidates>
+int32_t walkAll(Candidates candidates) {
+  std::array<uint32_t, N> at{}, next{};
   int32_t rows = 0;
-  auto sids = [&r](auto emit) {
-    for (int32_t i = 0; i <= r.stats.sfDbMaxIndex && i < static_cast<int32_t>(kFlows); ++i) {
-      if (r.sf[i].state == QOS_SF_OPERATIONAL) emit(std::array<uint32_t, 1>{r.sf[i].sid});
-    }
-  };
-  while (nextOf(at, sids, next)) {
+  while (nextOf(at, candidates, next)) {
     at = next;
     ++rows;
   }
   return rows;
 }
 
+int32_t floorCmWalkSingle() {
+  const qos::QosIntDbRegion& r = region();
+  return walkAll<1>([&r](auto emit) {
+    for (int32_t i = 0; i <= r.stats.sfDbMaxIndex && i < static_cast<int32_t>(kFlows); ++i) {
+      if (r.sf[i].state == QOS_SF_OPERATIONAL) emit(std::array<uint32_t, 1>{r.sf[i].sid});
+    }
+  });
+}
+
 int32_t floorCmWalkMulti() {
   const qos::QosIntDbRegion& r = region();
-  std::array<uint32_t, 2> at{0, 0}, next{};
-  int32_t rows = 0;
-  auto ports = [&r](auto emit) {
+  return walkAll<2>([&r](auto emit) {
     for (const qos::SidClusterRow& c : r.sidClusters) {
       if (c.status != 1) continue;
       for (uint32_t p = 0; p < 4; ++p) {
         if (kIfIndex[p] != 0 && c.channels[p].sid != 0) emit(std::array<uint32_t, 2>{kIfIndex[p], c.channels[p].sid});
       }
     }
-  };
-  while (nextOf(at, ports, next)) {
-    at = next;
-    ++rows;
-  }
-  return rows;
+  });
 }
 
 int32_t floorClusterWalk() {
   const qos::QosIntDbRegion& r = region();
-  std::array<uint32_t, 3> at{0, 0, 0}, next{};
-  int32_t rows = 0;
-  auto channels = [&r](auto emit) {
+  return walkAll<3>([&r](auto emit) {
     for (const qos::SidClusterRow& c : r.sidClusters) {
       if (c.status != 1) continue;
       for (const SidChannelMapping& m : c.channels) {
         if (m.ucid != 0) emit(std::array<uint32_t, 3>{c.sfId, c.clusterId, m.ucid});
       }
     }
-  };
-  while (nextOf(at, channels, next)) {
-    at = next;
-    ++rows;
-  }
-  return rows;
+  });
 }
 
 int32_t libCmWalk() {
