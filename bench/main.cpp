@@ -5,7 +5,8 @@
 //
 // --qos_markdown writes the table of medians (with the ratios to the floors
 // and to the peer) that the README shows; --qos_mp_seconds sets how long each
-// process of the multi-process figure runs (default 0.5).
+// process of the multi-process figure runs (default 0.5). The exit status is
+// 1 when a benchmark stopped with an error.
 #include <sched.h>
 #include <unistd.h>
 
@@ -125,5 +126,6 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "qosdb_bench: cannot write %s\n", markdown.c_str());
     return 1;
   }
-  return 0;
+  for (const std::string& f : reporter.failed()) std::fprintf(stderr, "qosdb_bench: failed: %s\n", f.c_str());
+  return reporter.failed().empty() ? 0 : 1;
 }

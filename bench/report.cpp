@@ -56,7 +56,10 @@ std::string tail(const Name& n) { return n.tables.empty() ? n.op : n.op + "/" + 
 
 void MedianReporter::ReportRuns(const std::vector<Run>& runs) {
   for (const Run& run : runs) {
-    if (run.error_occurred) continue;
+    if (run.error_occurred) {
+      failed_.push_back(run.benchmark_name() + ": " + run.error_message);
+      continue;
+    }
     const bool median = run.run_type == Run::RT_Aggregate && run.aggregate_name == "median";
     if (run.run_type == Run::RT_Aggregate && !median) continue;
     const std::string name = run.run_name.function_name;

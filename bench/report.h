@@ -27,6 +27,9 @@ class MedianReporter : public benchmark::ConsoleReporter {
   // be written.
   bool writeMarkdown(const std::string& path, const Machine& machine) const;
 
+  // Benchmarks that stopped with an error.
+  const std::vector<std::string>& failed() const { return failed_; }
+
  private:
   struct Result {
     double ns = 0;
@@ -37,6 +40,7 @@ class MedianReporter : public benchmark::ConsoleReporter {
   const Result* find(const std::string& name) const;
 
   std::vector<std::string> order_;
+  std::vector<std::string> failed_;
   std::map<std::string, Result> results_;
 };
 
