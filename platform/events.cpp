@@ -1,11 +1,17 @@
 // events.cpp - host event service: a datagram per event between processes.
 //
 // Each destination component listens on an abstract-namespace Unix datagram
-// socket named "qosintdb-ev-<dest>" (no file to clean up; private to the
-// network namespace). A sender needs no listener to exist: EV_GenEvent
-// reports non-zero when nobody listens, and the library ignores that.
+// socket named "qosintdb-ev-<ipc>-<dest>" (no file to clean up), where <ipc>
+// identifies the IPC namespace: events stay with the store of the stack
+// that sends them, so stacks in private IPC namespaces (tests, the demo)
+// never hear each other. A sender needs no listener to exist: EV_GenEvent
+// reports non-zero when nobody listens, and the library ignores that. When
+// the listener's queue is full, the sender waits for room, at most
+// kSendWaitMs, rather than drop the event.
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -24,6 +30,7 @@ void* eventContext = nullptr;
 int sendFd = -1;
 
 constexpr uint32_t kMaxPayload = 256;
+constexpr int kSendWaitMs = 2000;
 
 struct Datagram {
   uint32_t event;
@@ -31,12 +38,27 @@ struct Datagram {
   unsigned char payload[kMaxPayload];
 };
 
+// The IPC namespace this process lives in (0 when /proc cannot say). Asked
+// at every use: a process may move to a new namespace after its first event.
+unsigned long ipcNamespace() {
+  struct stat st;
+  return stat("/proc/self/ns/ipc", &st) == 0 ? static_cast<unsigned long>(st.st_ino) : 0;
+}
+
 socklen_t addressOf(uint32_t dest, sockaddr_un& addr) {
   std::memset(&addr, 0, sizeof addr);
   addr.sun_family = AF_UNIX;
   // Abstract namespace: the name starts after a NUL byte.
-  int n = std::snprintf(addr.sun_path + 1, sizeof addr.sun_path - 1, "qosintdb-ev-%u", dest);
+  int n = std::snprintf(addr.sun_path + 1, sizeof addr.sun_path - 1, "qosintdb-ev-%lu-%u", ipcNamespace(), dest);
   return static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + static_cast<std::size_t>(n));
+}
+
+int openSender() {
+  int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return -1;
+  timeval wait{kSendWaitMs / 1000, (kSendWaitMs % 1000) * 1000};
+  setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &wait, sizeof wait);
+  return fd;
 }
 
 bool tracing() {
@@ -63,7 +85,7 @@ int EV_GenEvent(uint32_t dest, uint32_t event, const void* payload, uint32_t len
   if (tracing()) std::fprintf(stderr, "qosintdb event %u -> component %u (%u bytes)\n", event, dest, length);
   if (length > kMaxPayload || (payload == nullptr && length != 0)) return -1;
   if (sendFd < 0) {
-    sendFd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sendFd = openSender();
     if (sendFd < 0) return -1;
   }
   Datagram d{};
@@ -72,8 +94,10 @@ int EV_GenEvent(uint32_t dest, uint32_t event, const void* payload, uint32_t len
   if (length != 0) std::memcpy(d.payload, payload, length);
   sockaddr_un addr;
   socklen_t len = addressOf(dest, addr);
-  ssize_t sent = sendto(sendFd, &d, offsetof(Datagram, payload) + length, MSG_DONTWAIT,
-                        reinterpret_cast<sockaddr*>(&addr), len);
+  ssize_t sent;
+  do {
+    sent = sendto(sendFd, &d, offsetof(Datagram, payload) + length, 0, reinterpret_cast<sockaddr*>(&addr), len);
+  } while (sent < 0 && errno == EINTR);
   return sent < 0 ? -1 : 0;
 }
 
@@ -83,7 +107,9 @@ int qos_host_event_listen(uint32_t dest) {
   sockaddr_un addr;
   socklen_t len = addressOf(dest, addr);
   if (bind(fd, reinterpret_cast<sockaddr*>(&addr), len) != 0) {
+    int why = errno;  // EADDRINUSE: another process serves dest
     close(fd);
+    errno = why;
     return -1;
   }
   return fd;

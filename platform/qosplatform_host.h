@@ -30,14 +30,18 @@ void qos_host_set_log_hook(QosHostLogHook hook, void *context);
 /* ---- Events ----
  * EV_GenEvent sends one datagram to the local socket of the destination
  * (ICC_dest_of returns the component number itself) and returns 0 when a
- * process listens there, non-zero otherwise. A datagram holds the event
- * number, the payload length (both u32, host order) and the payload.
+ * process listens there, non-zero otherwise. The socket belongs to the
+ * caller's IPC namespace, like the store: a listener hears the stack of its
+ * own store only. When the listener's queue is full the sender waits up to
+ * two seconds for room. A datagram holds the event number, the payload
+ * length (both u32, host order) and the payload.
  * QOSDB_TRACE_EVENTS=1 also prints a trace line per event on stderr. */
 typedef void (*QosHostEventHook)(uint32_t dest, uint32_t event, const void *payload,
                                  uint32_t length, void *context);
 void qos_host_set_event_hook(QosHostEventHook hook, void *context);
 
-/* Opens the socket of `dest` for receiving; the descriptor, or -1. */
+/* Opens the socket of `dest` for receiving; the descriptor, or -1 with errno
+ * (EADDRINUSE when another process listens there already). */
 int qos_host_event_listen(uint32_t dest);
 /* Waits up to timeoutMs (-1: forever) for one event on a listening socket.
  * 1 with the event, 0 on timeout, -1 on error. At most *length payload

@@ -1,0 +1,28 @@
+// commands.h - the qosdb commands; each returns the process's exit status
+// or throws a Failure.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace qosdb {
+
+int showCommand(const std::vector<std::string>& tables, bool json, bool useLock);
+int initCommand(bool force);
+int resetCommand();
+int destroyCommand();
+int checkCommand(bool useLock);
+int lockStatusCommand();
+int unlockCommand(bool force);
+int eventsCommand(int count, double timeoutSeconds);
+int walkCommand(const std::vector<uint32_t>& usIfIndex, bool multipleUpstreams);
+int runCommand(const std::vector<std::string>& files, bool brief);
+int listOperationsCommand();
+int demoCommand(const std::string& scenarioDir);
+
+// Where the shipped scenarios are: the given directory, else the source
+// tree this binary was built from, else the installed copy.
+std::string scenarioDirectory(const std::string& given);
+
+}  // namespace qosdb

@@ -1,0 +1,95 @@
+// main.cpp - qosdb: attach to the live QoS store and show, check and drive it.
+#include <iostream>
+
+#include <CLI/CLI.hpp>
+
+#include "commands.h"
+#include "show.h"
+#include "store.h"
+
+int main(int argc, char** argv) {
+  CLI::App app{"qosdb - show, check and drive the QoS internal database of a running modem stack"};
+  app.require_subcommand(1);
+  app.failure_message([](const CLI::App*, const CLI::Error& e) { return "qosdb: " + std::string(e.what()) + "\n"; });
+
+  std::function<int()> command;
+
+  std::vector<std::string> tables;
+  bool json = false;
+  bool noLock = false;
+  auto* show = app.add_subcommand("show", "print tables of the store (" + qosdb::tableNames() + ")");
+  show->add_option("tables", tables, "tables to print; all when none is named");
+  show->add_flag("--json", json, "one JSON document, keyed by the fields' names");
+  show->add_flag("--no-lock", noLock, "read without taking the lock (when its holder hangs)");
+  show->callback([&] { command = [&] { return qosdb::showCommand(tables, json, !noLock); }; });
+
+  bool force = false;
+  auto* init = app.add_subcommand("init", "create the store and reset every table, as the stack's first process does");
+  init->add_flag("--force", force, "create it anew even when a store exists");
+  init->callback([&] { command = [&] { return qosdb::initCommand(force); }; });
+
+  app.add_subcommand("reset", "empty the tables of the running store (qos_IntDb_Reset)")->callback([&] {
+    command = [] { return qosdb::resetCommand(); };
+  });
+  app.add_subcommand("destroy", "remove the store's segment and semaphore")->callback([&] {
+    command = [] { return qosdb::destroyCommand(); };
+  });
+
+  auto* check = app.add_subcommand("check", "registration check and the store's invariants; exit 0 when all hold");
+  check->add_flag("--no-lock", noLock, "read without taking the lock");
+  check->callback([&] { command = [&] { return qosdb::checkCommand(!noLock); }; });
+
+  app.add_subcommand("lock-status", "the semaphore's value, its last user and whether that process still runs")
+      ->callback([&] { command = [] { return qosdb::lockStatusCommand(); }; });
+
+  auto* unlock = app.add_subcommand("unlock", "free a lock whose holder died");
+  unlock->add_flag("--force", force, "required: free the lock");
+  unlock->callback([&] { command = [&] { return qosdb::unlockCommand(force); }; });
+
+  int count = 0;
+  double timeout = 0;
+  auto* events = app.add_subcommand("events", "listen for the store's events to component 32 and print them");
+  events->add_option("--count", count, "stop after this many events")->check(CLI::NonNegativeNumber);
+  events->add_option("--timeout", timeout, "stop after this many seconds")->check(CLI::NonNegativeNumber);
+  events->callback([&] { command = [&] { return qosdb::eventsCommand(count, timeout); }; });
+
+  std::vector<uint32_t> ifIndex{4, 80, 81, 82};
+  bool multiple = false;
+  auto* walk = app.add_subcommand("walk", "walk the CM service and SID cluster tables as the SNMP agent does");
+  walk->add_option("--if-index", ifIndex, "interface index of upstream ports 1..4")->delimiter(',')->expected(4);
+  walk->add_flag("--multiple-upstreams", multiple, "answer as a modem on multiple upstreams with a TCC");
+  walk->callback([&] { command = [&] { return qosdb::walkCommand(ifIndex, multiple); }; });
+
+  std::vector<std::string> files;
+  bool brief = false;
+  bool list = false;
+  auto* run = app.add_subcommand("run", "play scenario files: one client operation per line, under the lock");
+  run->add_option("files", files, "scenario files (- reads standard input)");
+  run->add_flag("--brief", brief, "print the narration (## lines) and the calls that did not return 0");
+  run->add_flag("--list", list, "list every operation with its arguments");
+  run->callback([&] {
+    command = [&] {
+      if (list) return qosdb::listOperationsCommand();
+      if (files.empty()) throw qosdb::Failure("run needs a scenario file (qosdb run --list shows the operations)", 2);
+      return qosdb::runCommand(files, brief);
+    };
+  });
+
+  std::string scenarios;
+  auto* demo = app.add_subcommand("demo", "start a small modem stack around a private store and tell its story");
+  demo->add_option("--scenarios", scenarios, "directory of the shipped scenarios");
+  demo->callback([&] { command = [&] { return qosdb::demoCommand(scenarios); }; });
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e);
+  }
+  try {
+    return command();
+  } catch (const qosdb::Failure& f) {
+    std::cout.flush();
+    std::cerr << "qosdb: " << f.what() << std::endl;
+    return f.status;
+  }
+}

@@ -1,0 +1,222 @@
+// scenario.cpp - qosdb run: play scenario files against the live store.
+//
+// A scenario is a text file with one operation of the client API per line:
+// its name, then its input arguments (syntax in operations.h). `#` starts a
+// comment; a line that starts with `##` is narration, printed as it comes.
+// Every file is parsed whole before anything runs, so a malformed line
+// stops the run with its line number and nothing in the store changes.
+//
+// The tool behaves as a client: it holds the lock around each operation,
+// except around the operations that take it by themselves. A scenario may
+// also hold the lock over several lines with qos_taDb_Lock and
+// qos_taDb_Unlock; then the tool takes it no more until the unlock, and a
+// line that would wait for a lock that the scenario holds is refused while
+// parsing.
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <sstream>
+
+#include "commands.h"
+#include "operations.h"
+#include "qosintdb.h"
+#include "qosplatform_host.h"
+#include "store.h"
+
+namespace qosdb {
+namespace {
+
+struct Step {
+  int line = 0;
+  std::string text;       // the line without its comment
+  std::string narration;  // for "##" lines
+  const Operation* op = nullptr;
+  std::function<CallResult()> call;
+};
+
+struct Scenario {
+  std::string file;  // as given, for errors
+  std::string name;  // its base name, for the printout
+  std::vector<Step> steps;
+};
+
+std::string trim(const std::string& s) {
+  auto b = s.find_first_not_of(" \t\r");
+  if (b == std::string::npos) return "";
+  auto e = s.find_last_not_of(" \t\r");
+  return s.substr(b, e - b + 1);
+}
+
+std::string join(const std::vector<std::string>& parts, const char* sep) {
+  std::string out;
+  for (const auto& p : parts) out += (out.empty() ? "" : sep) + p;
+  return out;
+}
+
+Scenario parse(const std::string& file, std::istream& in, bool& lockHeld) {
+  Scenario s{file, file.substr(file.find_last_of('/') + 1), {}};
+  std::string raw;
+  int line = 0;
+  auto fail = [&](const std::string& why) { throw Failure(file + ":" + std::to_string(line) + ": " + why, 2); };
+  while (std::getline(in, raw)) {
+    ++line;
+    std::string text = trim(raw);
+    if (text.rfind("##", 0) == 0) {
+      Step n;
+      n.line = line;
+      n.narration = trim(text.substr(2));
+      s.steps.push_back(std::move(n));
+      continue;
+    }
+    text = trim(text.substr(0, text.find('#')));
+    if (text.empty()) continue;
+    std::istringstream words(text);
+    std::string name;
+    words >> name;
+    std::vector<std::string> args;
+    for (std::string a; words >> a;) args.push_back(a);
+
+    Step step;
+    step.line = line;
+    step.text = text;
+    step.op = findOperation(name);
+    if (step.op == nullptr) fail("unknown operation '" + name + "' (qosdb run --list shows them all)");
+    const Operation& op = *step.op;
+    if (args.size() != op.inputs.size()) {
+      fail(name + " takes " + std::to_string(op.inputs.size()) + " argument" + (op.inputs.size() == 1 ? "" : "s") +
+           (op.inputs.empty() ? "" : " (" + join(op.inputs, " ") + ")") + ", " + std::to_string(args.size()) +
+           " given");
+    }
+    try {
+      step.call = op.prepare(args);
+    } catch (const ArgError& e) {
+      fail("argument " + std::to_string(e.index + 1) + " (" + op.inputs[e.index] + ") of " + name + ": " + e.message);
+    }
+    if (lockHeld && (op.locking == Locking::Itself || op.locking == Locking::Takes)) {
+      fail(name + " would wait for the lock that this scenario holds (take it with qos_taDb_Lock, give it back "
+                  "with qos_taDb_Unlock first)");
+    }
+    if (op.locking == Locking::Takes) lockHeld = true;
+    if (op.locking == Locking::Gives) lockHeld = false;
+    s.steps.push_back(std::move(step));
+  }
+  return s;
+}
+
+// Prints what the library logs during one call.
+class LogPrinter {
+ public:
+  explicit LogPrinter(bool show) : show_(show) { qos_host_set_log_hook(&LogPrinter::hook, this); }
+  ~LogPrinter() { qos_host_set_log_hook(nullptr, nullptr); }
+  std::vector<std::string>& pending() { return pending_; }
+
+ private:
+  static void hook(const LogSite* site, const char* text, void* self) {
+    auto* me = static_cast<LogPrinter*>(self);
+    if (!me->show_) return;
+    me->pending_.push_back("    log L" + std::to_string(site->level) + " M" + std::to_string(site->module) + " " +
+                           (site->function != nullptr ? site->function : "?") + ": " + text);
+  }
+  bool show_;
+  std::vector<std::string> pending_;
+};
+
+class Runner {
+ public:
+  explicit Runner(bool brief) : brief_(brief), logs_(!brief) {}
+
+  void play(const Scenario& s) {
+    if (!brief_) std::cout << "== " << s.name << "\n";
+    int calls = 0;
+    std::vector<std::string> nonZero;
+    for (const Step& step : s.steps) {
+      if (step.op == nullptr) {
+        std::cout << (brief_ ? "" : "## ") << step.narration << std::endl;
+        continue;
+      }
+      CallResult r = call(s, step);
+      ++calls;
+      if (r.hasResult && r.result != 0) nonZero.push_back(std::to_string(step.line));
+      if (brief_ && !(r.hasResult && r.result != 0)) {
+        logs_.pending().clear();
+        continue;
+      }
+      std::cout << step.line << ": " << step.text << " -> " << (r.hasResult ? std::to_string(r.result) : "done");
+      for (const auto& o : r.outputs) std::cout << "  " << o;
+      std::cout << "\n";
+      for (const auto& l : logs_.pending()) std::cout << l << "\n";
+      logs_.pending().clear();
+      std::cout.flush();
+    }
+    std::cout << s.name << ": " << calls << (calls == 1 ? " operation, " : " operations, ")
+              << (nonZero.empty() ? "all returned 0" : "non-zero results on lines " + join(nonZero, ", ")) << std::endl;
+  }
+
+  void finish() const {
+    if (scenarioHolds_) std::cerr << "qosdb: note: the scenario ends holding the lock; it stays taken" << std::endl;
+  }
+
+ private:
+  CallResult call(const Scenario& s, const Step& step) {
+    const Operation& op = *step.op;
+    if (!attached_ && !op.attaches) {
+      try {
+        attach();
+      } catch (const Failure& f) {
+        throw Failure(s.file + ":" + std::to_string(step.line) + ": " + f.what(), f.status);
+      }
+      attached_ = true;
+    }
+    std::cout.flush();
+    CallResult r;
+    if (op.locking == Locking::ByCaller && !scenarioHolds_ && attached_) {
+      ensureLockHolderAlive();
+      Locked lock;
+      r = step.call();
+    } else {
+      if (op.locking == Locking::Takes) ensureLockHolderAlive();
+      r = step.call();
+    }
+    if (op.attaches && r.result == 0) attached_ = true;
+    if (op.locking == Locking::Takes && r.result == 0) scenarioHolds_ = true;
+    if (op.locking == Locking::Gives && r.result == 0) scenarioHolds_ = false;
+    return r;
+  }
+
+  bool brief_;
+  LogPrinter logs_;
+  bool attached_ = false;
+  bool scenarioHolds_ = false;
+};
+
+}  // namespace
+
+int runCommand(const std::vector<std::string>& files, bool brief) {
+  std::vector<Scenario> scenarios;
+  bool lockHeld = false;
+  for (const auto& file : files) {
+    if (file == "-") {
+      scenarios.push_back(parse("stdin", std::cin, lockHeld));
+      continue;
+    }
+    std::ifstream in(file);
+    if (!in) throw Failure("cannot read scenario " + file, 2);
+    scenarios.push_back(parse(file, in, lockHeld));
+  }
+  Runner runner(brief);
+  for (const auto& s : scenarios) runner.play(s);
+  runner.finish();
+  return 0;
+}
+
+int listOperationsCommand() {
+  for (const auto& op : operations()) {
+    std::cout << op.name;
+    for (const auto& in : op.inputs) std::cout << " " << in;
+    if (op.locking == Locking::Itself) std::cout << "   (takes the lock by itself)";
+    std::cout << "\n";
+  }
+  return 0;
+}
+
+}  // namespace qosdb
