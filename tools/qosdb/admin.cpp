@@ -98,11 +98,11 @@ int checkCommand(bool useLock) {
               << "\n";
   }
 
-  std::vector<inspect::Finding> findings = inspect::checkIntegrity(*copy);
+  std::vector<qos::inspect::Finding> findings = qos::inspect::checkIntegrity(*copy);
   std::size_t corrupt = 0;
   for (const auto& f : findings) {
-    std::cout << inspect::describe(f) << "\n";
-    corrupt += f.cls == inspect::FindingClass::Corrupt ? 1 : 0;
+    std::cout << qos::inspect::describe(f) << "\n";
+    corrupt += f.cls == qos::inspect::FindingClass::Corrupt ? 1 : 0;
   }
   if (findings.empty()) {
     std::cout << "integrity: every invariant holds\n";

@@ -21,6 +21,7 @@
 
 #include "names.h"
 #include "qosintdb.h"
+#include "qosintdb_platform.h"
 
 namespace qosdb {
 namespace {
@@ -217,8 +218,8 @@ struct Mappings {
     std::size_t colon = rest.find(':');
     if (colon != std::string::npos) {
       std::string action = rest.substr(0, colon);
-      m.action = action == "add" ? QOS_MAP_ADD
-                 : action == "del" ? QOS_MAP_DELETE
+      m.action = action == "add" ? uint32_t{QOS_MAP_ADD}
+                 : action == "del" ? uint32_t{QOS_MAP_DELETE}
                                    : static_cast<uint32_t>(number(action, 0, UINT32_MAX, "mapping action (add, del or a number)"));
       rest = rest.substr(colon + 1);
     }
@@ -228,8 +229,11 @@ struct Mappings {
     m.sid = static_cast<uint16_t>(number(pair[1], 0, UINT16_MAX, "SID (0..65535)"));
     return m;
   }
-  const SidChannelMapping* pass() const { return null ? nullptr : entries.data(); }
+  const SidChannelMapping* data() const { return null ? nullptr : entries.data(); }
   uint32_t count() const { return given; }
+  // Passed to an operation that takes the mappings, or to an adapter.
+  const Mappings& pass() const { return *this; }
+  operator const SidChannelMapping*() const { return data(); }
   void show(const std::string&, std::vector<std::string>&) const {}
 };
 
@@ -345,6 +349,7 @@ void parseInputs(Slots& slots, const std::vector<std::string>& tokens, std::inde
     }
   };
   (one(std::get<I>(slots)), ...);
+  (void)one;
 }
 
 template <typename Slots, std::size_t... I>
@@ -361,6 +366,7 @@ std::vector<std::string> inputNames(const std::vector<std::string>& names, std::
     if (Slot::kInput) out.push_back(names[i] + ":" + Slot::kind());
   };
   (one(I, static_cast<std::tuple_element_t<I, Slots>*>(nullptr)), ...);
+  (void)one;
   return out;
 }
 
@@ -585,7 +591,7 @@ std::vector<Operation> table() {
       OP(qos_dbc_DbReset, ""),
       ADAPT(qos_dbc_AddSfSidClusterMod,
             [](uint32_t sfId, uint8_t clusterId, const Mappings& m) {
-              return qos_dbc_AddSfSidClusterMod(sfId, clusterId, m.count(), m.pass());
+              return qos_dbc_AddSfSidClusterMod(sfId, clusterId, m.count(), m.data());
             },
             "sfId clusterId mappings"),
       OP(qos_dbc_VerifyAllSidClusterMaps, "channelUcids"), OP(qos_dbc_SetActions, ""),

@@ -12,6 +12,7 @@
 #include <iostream>
 
 #include "qosintdb.h"
+#include "qosintdb_platform.h"
 
 namespace qosdb {
 namespace {
