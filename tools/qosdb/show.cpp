@@ -11,13 +11,19 @@
 namespace qosdb {
 namespace {
 
-using nlohmann::json;
+using json = nlohmann::ordered_json;
 using qos::QosIntDbRegion;
 using std::to_string;
 
 std::string num(int64_t v) { return to_string(v); }
 std::string counted(std::size_t n, const char* one, const char* many) {
   return to_string(n) + " " + (n == 1 ? one : many);
+}
+
+// "<title>: <n> in use<extra>", then the rows.
+void titled(std::ostream& out, const char* title, const TextTable& t, const std::string& extra = "") {
+  out << title << ": " << (t.empty() ? "none" : to_string(t.rows())) << " in use" << extra << "\n";
+  if (!t.empty()) t.print(out);
 }
 
 // ---- Service flows ---------------------------------------------------------
@@ -33,9 +39,7 @@ void flowsText(std::ostream& out, const QosIntDbRegion& r) {
            num(f.sidClusterCounter), num(f.clsfCounter), num(f.phsCounter), num(f.appendedClsfCounter),
            num(f.deletedClsfCounter), num(f.qosDbIndex), num(f.pairSfIndex), num(f.sidClusterIndex)});
   }
-  out << "Service flows (sf): " << (t.empty() ? "none in use" : "")
-      << "sfDbMaxIndex " << r.stats.sfDbMaxIndex << "\n";
-  t.print(out);
+  titled(out, "Service flows (sf)", t, ", sfDbMaxIndex " + num(r.stats.sfDbMaxIndex));
 }
 
 json flowsJson(const QosIntDbRegion& r) {
@@ -63,9 +67,8 @@ void classifiersText(std::ostream& out, const QosIntDbRegion& r) {
     if (!c.used()) continue;
     t.add({num(i), clsfStatusName(c.status), hex(c.clsfId), num(c.ref), num(c.sfRef), hex(c.sfId), taLink(c.taIndex)});
   }
-  out << "Classifiers (clsf): " << (t.empty() ? "none in use, " : "") << "clsfDbMaxIndex "
-      << r.stats.clsfDbMaxIndex << ", clsfMaxNum " << r.stats.clsfMaxNum << "\n";
-  t.print(out);
+  titled(out, "Classifiers (clsf)", t,
+         ", clsfDbMaxIndex " + num(r.stats.clsfDbMaxIndex) + ", clsfMaxNum " + num(r.stats.clsfMaxNum));
 }
 
 json classifiersJson(const QosIntDbRegion& r) {
@@ -94,9 +97,8 @@ void clustersText(std::ostream& out, const QosIntDbRegion& r) {
     t.add({num(i), hex(c.sfId), num(c.clusterId), portCell(c.channels[0]), portCell(c.channels[1]),
            portCell(c.channels[2]), portCell(c.channels[3])});
   }
-  out << "SID clusters (sidClusters): " << (t.empty() ? "none in use, " : "") << "clusterDbMaxIndex "
-      << r.stats.clusterDbMaxIndex << ", clusterMaxNum " << r.stats.clusterMaxNum << "\n";
-  t.print(out);
+  titled(out, "SID clusters (sidClusters)", t,
+         ", clusterDbMaxIndex " + num(r.stats.clusterDbMaxIndex) + ", clusterMaxNum " + num(r.stats.clusterMaxNum));
 }
 
 json channelsJson(const SidChannelMapping (&channels)[QOS_CHANNELS_PER_CLUSTER]) {
@@ -124,8 +126,7 @@ void switchoverText(std::ostream& out, const QosIntDbRegion& r) {
     t.add({num(i), hex(s.sfId), num(s.maxOutstandingBytes), num(s.maxTotalBytesRequested), num(s.maxTimeInCluster),
            num(s.maxRequests)});
   }
-  out << "SID cluster switchover criteria (switchover):" << (t.empty() ? " none in use" : "") << "\n";
-  if (!t.empty()) t.print(out);
+  titled(out, "SID cluster switchover criteria (switchover)", t);
 }
 
 json switchoverJson(const QosIntDbRegion& r) {
@@ -156,9 +157,9 @@ void activeText(std::ostream& out, const QosIntDbRegion& r) {
     }
     t.add({num(i), hex(a.sfId), flow});
   }
-  out << "Active upstream flows (activeSf): " << r.stats.activeSfNumber << " counted (" << r.stats.activeSfExtraNumber
-      << " besides the primary), primary flow reference " << r.stats.usPrimarySfRef << "\n";
-  if (!t.empty()) t.print(out);
+  titled(out, "Active upstream flows (activeSf)", t,
+         ", activeSfNumber " + num(r.stats.activeSfNumber) + ", activeSfExtraNumber " +
+             num(r.stats.activeSfExtraNumber) + ", usPrimarySfRef " + num(r.stats.usPrimarySfRef));
 }
 
 json activeJson(const QosIntDbRegion& r) {
@@ -188,8 +189,7 @@ void phsText(std::ostream& out, const QosIntDbRegion& r) {
   };
   add("up", r.phsUs);
   add("down", r.phsDs);
-  out << "Active PHS entries (phsUs, phsDs):" << (t.empty() ? " none in use" : "") << "\n";
-  if (!t.empty()) t.print(out);
+  titled(out, "Active PHS entries (phsUs, phsDs)", t);
 }
 
 json phsJson(const qos::ActivePhsRow (&rows)[qos::kActivePhsReserved]) {
@@ -252,9 +252,9 @@ void transactionsText(std::ostream& out, const QosIntDbRegion& r) {
            num(ta.retryCounter), num(ta.subtype), num(ta.authLen), auth});
   }
   const qos::TaDbControl& c = r.taControl;
-  out << "DSX transactions (ta): " << (t.empty() ? "none in use, " : "") << "last generated TA ID "
-      << hex(c.lastCmTaId) << ", rows handed out " << c.taRowsUsed << ", retry limit " << c.retryLimit << "\n";
-  if (!t.empty()) t.print(out);
+  titled(out, "DSX transactions (ta)", t,
+         ", lastCmTaId " + hex(c.lastCmTaId) + ", taRowsUsed " + num(c.taRowsUsed) + ", retryLimit " +
+             num(c.retryLimit));
 }
 
 json transactionsJson(const QosIntDbRegion& r) {

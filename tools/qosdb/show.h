@@ -22,6 +22,6 @@ std::vector<std::string> resolveTables(const std::vector<std::string>& names);
 std::string tableNames();  // for help texts
 
 void showText(std::ostream& out, const qos::QosIntDbRegion& region, const std::vector<std::string>& tables);
-nlohmann::json showJson(const qos::QosIntDbRegion& region, const std::vector<std::string>& tables);
+nlohmann::ordered_json showJson(const qos::QosIntDbRegion& region, const std::vector<std::string>& tables);
 
 }  // namespace qosdb

@@ -13,6 +13,7 @@ class TextTable {
   explicit TextTable(std::vector<std::string> headers) : rows_{std::move(headers)} {}
   void add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
   bool empty() const { return rows_.size() == 1; }
+  std::size_t rows() const { return rows_.size() - 1; }
 
   // Headers and rows, columns two blanks apart, each line after `indent`.
   void print(std::ostream& out, const std::string& indent = "  ") const {
