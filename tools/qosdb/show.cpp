@@ -344,7 +344,9 @@ void errorsText(std::ostream& out, const QosIntDbRegion& r) {
     t.add({num(i), num(e.confCode), num(e.errorCode), num(e.errorType), num(e.errorSubType), num(e.errorSubType2),
            hex(e.erroredSfId)});
   }
-  out << "DSX error records (msgErrors):" << (t.empty() ? " all in their reset state" : "") << "\n";
+  out << "DSX error records (msgErrors): "
+      << (t.empty() ? "all in their reset state" : counted(t.rows(), "record", "records") + " of transactions in use or set")
+      << "\n";
   if (!t.empty()) t.print(out);
 }
 
@@ -457,7 +459,6 @@ struct TableView {
 
 const std::vector<TableView>& views() {
   static const std::vector<TableView> kViews = {
-      {"stats", "stats", statsText, [](json& j, const QosIntDbRegion& r) { j["stats"] = statsJson(r); }},
       {"flows", "sf", flowsText, [](json& j, const QosIntDbRegion& r) { j["sf"] = flowsJson(r); }},
       {"classifiers", "clsf", classifiersText, [](json& j, const QosIntDbRegion& r) { j["clsf"] = classifiersJson(r); }},
       {"clusters", "sidClusters", clustersText,
@@ -478,6 +479,7 @@ const std::vector<TableView>& views() {
       {"messages", "msgs", messagesText, [](json& j, const QosIntDbRegion& r) { j["msgs"] = messagesJson(r); }},
       {"errors", "msgErrors", errorsText, [](json& j, const QosIntDbRegion& r) { j["msgErrors"] = errorsJson(r); }},
       {"dbc", "dbc", dbcText, [](json& j, const QosIntDbRegion& r) { j["dbc"] = dbcJson(r); }},
+      {"stats", "stats", statsText, [](json& j, const QosIntDbRegion& r) { j["stats"] = statsJson(r); }},
   };
   return kViews;
 }
