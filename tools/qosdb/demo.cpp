@@ -64,7 +64,7 @@ Child spawn(const std::string& label, const std::string& self, const std::vector
 void printLine(const Child& c, const std::string& line) {
   std::string label = c.label;
   label.resize(7, ' ');
-  std::cout << "   " << label << " | " << line << "\n";
+  std::cout << "   " << label << " |" << (line.empty() ? "" : " ") << line << "\n";
 }
 
 // Reads what is there; prints complete lines. False at the end of output.

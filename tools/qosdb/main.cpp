@@ -49,8 +49,9 @@ int main(int argc, char** argv) {
   int count = 0;
   double timeout = 0;
   auto* events = app.add_subcommand("events", "listen for the store's events to component 32 and print them");
-  events->add_option("--count", count, "stop after this many events")->check(CLI::NonNegativeNumber);
-  events->add_option("--timeout", timeout, "stop after this many seconds")->check(CLI::NonNegativeNumber);
+  events->add_option("--count", count, "stop after this many events (exit 1 when they do not come in time)")
+      ->check(CLI::Range(0, 1000000));
+  events->add_option("--timeout", timeout, "stop after this many seconds")->check(CLI::Range(0.0, 1e6));
   events->callback([&] { command = [&] { return qosdb::eventsCommand(count, timeout); }; });
 
   std::vector<uint32_t> ifIndex{4, 80, 81, 82};

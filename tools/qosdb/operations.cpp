@@ -294,13 +294,14 @@ struct BufferOut {
   uint8_t* data = nullptr;
   uint32_t length = 0;
   uint32_t capacity = QOS_MSG_BUFFER_SIZE;
+  const char* lengthName = "length";
   BufferOut& pass() {
     markUnwritten(data);
     markUnwritten(length);
     return *this;
   }
   void show(const std::string& name, std::vector<std::string>& outs) const {
-    if (written(length)) outs.push_back("length=" + std::to_string(length));
+    if (written(length)) outs.push_back(std::string(lengthName) + "=" + std::to_string(length));
     if (written(data) && data != nullptr) {
       uint32_t n = written(length) ? std::min(length, capacity) : 0;
       outs.push_back(name + "=" + (n == 0 ? "-" : hexBytes(data, n)));
@@ -309,7 +310,10 @@ struct BufferOut {
 };
 
 struct AuthOut : BufferOut {
-  AuthOut() { capacity = QOS_AUTH_BLOCK_SIZE; }
+  AuthOut() {
+    capacity = QOS_AUTH_BLOCK_SIZE;
+    lengthName = "authLen";
+  }
   AuthOut& pass() {
     BufferOut::pass();
     return *this;
@@ -523,22 +527,22 @@ std::vector<Operation> table() {
             "taIndex type value"),
       ADAPT(qos_intDb_MsgAddReqBufferField,
             [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgAddReqBufferField(taIndex, b.length(), b.data()); },
-            "taIndex bytes"),
+            "taIndex field"),
       ADAPT(qos_intDb_MsgAddRspBufferField,
             [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgAddRspBufferField(taIndex, b.length(), b.data()); },
-            "taIndex bytes"),
+            "taIndex field"),
       ADAPT(qos_intDb_MsgAddAckBufferField,
             [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgAddAckBufferField(taIndex, b.length(), b.data()); },
-            "taIndex bytes"),
+            "taIndex field"),
       ADAPT(qos_intDb_MsgUpdateReqBuffer,
             [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgUpdateReqBuffer(taIndex, b.data(), b.length()); },
-            "taIndex bytes"),
+            "taIndex message"),
       ADAPT(qos_intDb_MsgUpdateRspBuffer,
             [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgUpdateRspBuffer(taIndex, b.data(), b.length()); },
-            "taIndex bytes"),
+            "taIndex message"),
       ADAPT(qos_intDb_MsgUpdateAckBuffer,
             [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgUpdateAckBuffer(taIndex, b.data(), b.length()); },
-            "taIndex bytes"),
+            "taIndex message"),
       ADAPT(qos_intDb_MsgGetReqBuffer,
             [](uint32_t taIndex, BufferOut& b) { return qos_intDb_MsgGetReqBuffer(taIndex, &b.data, &b.length); },
             "taIndex data"),

@@ -1,0 +1,174 @@
+// inspect_test.cpp - the store's invariants (qosinspect): what breaks them on
+// purpose, and states that the operations reach without breaking them.
+#include <functional>
+#include <memory>
+#include <utility>
+
+#include "frame/region.h"
+#include "support/fixture.h"
+#include "tools/inspect/integrity.h"
+
+namespace {
+
+using qos::QosIntDbRegion;
+using qos::inspect::checkIntegrity;
+using qos::inspect::FindingClass;
+using Expected = std::vector<std::pair<FindingClass, std::string>>;
+constexpr FindingClass kCorrupt = FindingClass::Corrupt;
+constexpr FindingClass kSuspect = FindingClass::Suspect;
+
+std::unique_ptr<QosIntDbRegion> copyOfStore() {
+  auto copy = std::make_unique<QosIntDbRegion>();
+  std::memcpy(copy.get(), qostest::region(), sizeof *copy);
+  return copy;
+}
+
+Expected found(const QosIntDbRegion& r) {
+  Expected out;
+  for (const auto& f : checkIntegrity(r)) out.emplace_back(f.cls, f.where);
+  return out;
+}
+
+// A store with a flow (row 0), a cluster (row 0) and a transaction (row 0).
+class InspectTest : public qostest::StoreTest {
+ protected:
+  void SetUp() override {
+    StoreTest::SetUp();
+    qos_taDb_Lock();
+    ASSERT_EQ(qos_intDb_AddSf(0x10, 1, QOS_DIR_UPSTREAM), 0);
+    SidChannelMapping ports[4] = {{0, 1, 0, 0x11}, {}, {}, {}};
+    ASSERT_EQ(qos_intDb_AddSfSidCluster(0x10, 1, ports), 0);
+    qos_taDb_Unlock();
+    uint32_t ta = 0;
+    ASSERT_EQ(qos_TaDb_AddNewTa(0, QOS_TA_DSA, QOS_TA_BY_MODEM, 0, nullptr, &ta), 0);
+  }
+};
+
+TEST_F(InspectTest, AStoreBuiltThroughTheOperationsKeepsEveryInvariant) {
+  EXPECT_EQ(found(*copyOfStore()), Expected{});
+}
+
+TEST_F(InspectTest, EachBrokenInvariantIsFoundWithItsClass) {
+  struct Case {
+    const char* where;
+    FindingClass cls;
+    std::function<void(QosIntDbRegion&)> breakIt;
+  };
+  const Case cases[] = {
+      {"stats.sfDbMaxIndex", kCorrupt, [](QosIntDbRegion& r) { r.stats.sfDbMaxIndex = 128; }},
+      {"stats.clusterMaxNum", kCorrupt, [](QosIntDbRegion& r) { r.stats.clusterMaxNum = 80; }},
+      {"stats.clsfNumber", kCorrupt, [](QosIntDbRegion& r) { r.stats.clsfNumber = 1; }},
+      {"stats.activeSfNumber", kCorrupt,
+       [](QosIntDbRegion& r) {
+         r.stats.activeSfNumber = 3;
+         r.stats.activeSfExtraNumber = 2;
+       }},
+      {"stats.activeSfExtraNumber", kCorrupt, [](QosIntDbRegion& r) { r.stats.activeSfExtraNumber = 5; }},
+      {"sf[0].committed", kCorrupt, [](QosIntDbRegion& r) { r.sf[0].committed = 2; }},
+      {"sf[0]", kCorrupt, [](QosIntDbRegion& r) { r.sf[0].pad11 = 1; }},
+      {"clsf[0].status", kCorrupt, [](QosIntDbRegion& r) { r.clsf[0].status = 6; }},
+      {"sidClusters[3]", kCorrupt, [](QosIntDbRegion& r) { r.sidClusters[3].sfId = 5; }},
+      {"sidClusters[1]", kCorrupt,
+       [](QosIntDbRegion& r) {
+         r.sidClusters[1] = r.sidClusters[0];
+         r.stats.clusterDbMaxIndex = 1;
+       }},
+      {"activeSf[40]", kCorrupt, [](QosIntDbRegion& r) { r.activeSf[40].status = 1; }},
+      {"phsDs[33]", kCorrupt, [](QosIntDbRegion& r) { r.phsDs[33].phsi = 1; }},
+      {"phsUs[0]", kCorrupt, [](QosIntDbRegion& r) { r.phsUs[0] = {1, 0xFFFFFFFF, 0xFFFFFFFF, 255, {}, 7}; }},
+      {"msgs[10].ack.length", kCorrupt, [](QosIntDbRegion& r) { r.msgs[10].ack.length = 1600; }},
+      {"ta[1].rowStatus", kCorrupt, [](QosIntDbRegion& r) { r.ta[1].rowStatus = 7; }},
+      {"ta[0].smState", kCorrupt, [](QosIntDbRegion& r) { r.ta[0].smState = 4; }},
+      {"ta[0].authLen", kCorrupt, [](QosIntDbRegion& r) { r.ta[0].authLen = 256; }},
+      {"ta[2]", kCorrupt, [](QosIntDbRegion& r) { r.ta[2].taId = 5; }},
+      {"taControl.lastCmTaId", kCorrupt, [](QosIntDbRegion& r) { r.taControl.lastCmTaId = 0x8000; }},
+      {"dbc.modCount", kCorrupt, [](QosIntDbRegion& r) { r.dbc.modCount = 39; }},
+      {"dbc.modDb[0].addCount", kCorrupt,
+       [](QosIntDbRegion& r) {
+         r.dbc.modCount = 1;
+         r.dbc.modDb[0].addCount = 5;
+       }},
+      {"sf[0].state", kSuspect, [](QosIntDbRegion& r) { r.sf[0].state = 9; }},
+      {"sf[5]", kSuspect,
+       [](QosIntDbRegion& r) {
+         r.sf[5].state = QOS_SF_OPERATIONAL;
+         r.sf[5].direction = QOS_DIR_UPSTREAM;
+       }},
+      {"sf[0].taIndex", kSuspect, [](QosIntDbRegion& r) { r.sf[0].taIndex = 57; }},
+      {"sf[0].direction", kSuspect, [](QosIntDbRegion& r) { r.sf[0].direction = 3; }},
+      {"sf[4]", kSuspect, [](QosIntDbRegion& r) { r.sf[4].sfId = 9; }},
+      {"clsf[0].taIndex", kSuspect,
+       [](QosIntDbRegion& r) {
+         r.clsf[0].status = QOS_CLSF_OPERATIONAL;
+         r.clsf[0].taIndex = 11;
+       }},
+      {"phsUs[1].sfId", kSuspect, [](QosIntDbRegion& r) { r.phsUs[1].sfId = 3; }},
+      {"ta[0].type", kSuspect, [](QosIntDbRegion& r) { r.ta[0].type = 3; }},
+      {"ta[3]", kSuspect, [](QosIntDbRegion& r) { r.ta[3].subtype = 1; }},
+      {"dbc.activeDb[0].clusterAction", kSuspect,
+       [](QosIntDbRegion& r) {
+         r.dbc.activeCount = 1;
+         r.dbc.activeDb[0].clusterAction = 9;
+       }},
+      {"dbc.sfBitmaps[5]", kSuspect, [](QosIntDbRegion& r) { r.dbc.sfBitmaps[5].sfId = 1; }},
+  };
+  for (const Case& c : cases) {
+    auto r = copyOfStore();
+    c.breakIt(*r);
+    EXPECT_EQ(found(*r), (Expected{{c.cls, c.where}})) << c.where;
+  }
+}
+
+TEST_F(InspectTest, AFindingReadsAsOneLine) {
+  auto r = copyOfStore();
+  r->ta[1].rowStatus = 7;
+  auto findings = checkIntegrity(*r);
+  ASSERT_EQ(findings.size(), 1u);
+  EXPECT_EQ(qos::inspect::describe(findings[0]), "corrupt: ta[1].rowStatus is 7; rows are 0 (free) or 1");
+}
+
+// States that operations produce, with the findings they deserve: none for
+// proper use, suspect (never corrupt) for misuse.
+TEST_F(InspectTest, StatesTheOperationsReachAreNeverCorrupt) {
+  SidChannelMapping ports[4] = {{0, 2, 0, 0x12}, {}, {}, {}};
+  struct Case {
+    const char* what;
+    std::function<void()> reach;
+    Expected findings;
+  };
+  const Case cases[] = {
+      {"an active flow added before any fill counts itself in both counts",
+       [] {
+         qos_intDb_SetServiceFlowParamSet(0, QOS_PARAMSET_ACTIVE);
+         qos_intDb_AddActiveUsSfEntry(0x10);
+       },
+       {}},
+      {"a fill and the delete of its only flow leave the extra count one below zero",
+       [] {
+         qos_intDb_SetServiceFlowParamSet(0, QOS_PARAMSET_ACTIVE);
+         qos_intDb_FillActiveUsSfTable();
+         qos_intDb_DeleteActiveUsSfEntry(0x10);
+       },
+       {}},
+      {"a cluster of SFID 0 takes a free row above the high-water index",
+       [&] { qos_intDb_AddSfSidCluster(0, 0, ports); }, {{kSuspect, "sidClusters[1]"}}},
+      {"a direction stored unchecked", [] { qos_intDb_AddSf(0x20, 2, 3); }, {{kSuspect, "sf[1].direction"}}},
+      {"a setter on a free active PHS row", [] { qos_intDb_SetActivePhsSfid(4, QOS_DIR_UPSTREAM, 7); },
+       {{kSuspect, "phsUs[4].sfId"}}},
+      {"a state set on a row the table never handed out", [] { qos_intDb_SetSFState(9, QOS_SF_OPERATIONAL); },
+       {{kSuspect, "sf[9]"}, {kSuspect, "sf[9].direction"}}},
+      {"a classifier marked on rows nobody added", [] { qos_intDb_ChangeClassifier(3, 7, 1); },
+       {{kSuspect, "sf[3]"}, {kSuspect, "sf[3].direction"}, {kSuspect, "clsf[7]"}}},
+  };
+  for (const Case& c : cases) {
+    ASSERT_EQ(qos_IntDb_Init(), 0);
+    qos_taDb_Lock();
+    qos_intDb_AddSf(0x10, 1, QOS_DIR_UPSTREAM);
+    qos_intDb_AddSfSidCluster(0x10, 1, ports);
+    c.reach();
+    qos_taDb_Unlock();
+    EXPECT_EQ(found(*copyOfStore()), c.findings) << c.what;
+  }
+}
+
+}  // namespace

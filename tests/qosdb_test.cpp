@@ -1,0 +1,410 @@
+// qosdb_test.cpp - the qosdb tool, run as its own process against this
+// test's store (the test process sits in a private IPC namespace, and the
+// tool, its child, shares it).
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/sem.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+
+#include "support/fixture.h"
+#include "tools/inspect/integrity.h"
+
+namespace {
+
+using qostest::PeerResult;
+using qostest::runProgram;
+
+PeerResult qosdb(const std::vector<std::string>& args) { return runProgram(QOSDB_BIN, args, true); }
+PeerResult qosdbOut(const std::vector<std::string>& args) { return runProgram(QOSDB_BIN, args); }
+
+std::string scenario(const char* name) { return std::string(QOSDB_SCENARIOS) + "/" + name; }
+
+std::string writeScenario(const std::string& text) {
+  std::string path = "/tmp/qosdb_test_" + std::to_string(getpid()) + ".qos";
+  std::ofstream(path) << text;
+  return path;
+}
+
+int semaphoreValue() { return semctl(semget(QOS_SEM_KEY, 1, 0), 0, GETVAL); }
+
+// A qosdb process that runs alongside the test; its output is read line by line.
+class Background {
+ public:
+  explicit Background(const std::vector<std::string>& args) {
+    int fds[2];
+    EXPECT_EQ(pipe2(fds, O_CLOEXEC), 0);
+    pid_ = fork();
+    if (pid_ == 0) {
+      dup2(fds[1], STDOUT_FILENO);
+      dup2(fds[1], STDERR_FILENO);
+      std::vector<char*> argv{const_cast<char*>(QOSDB_BIN)};
+      for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+      argv.push_back(nullptr);
+      execv(QOSDB_BIN, argv.data());
+      _exit(127);
+    }
+    close(fds[1]);
+    fd_ = fds[0];
+  }
+  // The next line, or "" at the end of the output.
+  std::string line() {
+    std::string out;
+    char c;
+    while (read(fd_, &c, 1) == 1 && c != '\n') out += c;
+    return out;
+  }
+  // Everything up to the end, then the exit status.
+  int finish(std::string& rest) {
+    char buf[1024];
+    for (ssize_t n; (n = read(fd_, buf, sizeof buf)) > 0;) rest.append(buf, static_cast<std::size_t>(n));
+    close(fd_);
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+ private:
+  pid_t pid_ = -1;
+  int fd_ = -1;
+};
+
+// ---- show ------------------------------------------------------------------------
+
+class QosdbShow : public qostest::StoreTest {
+ protected:
+  void SetUp() override {
+    StoreTest::SetUp();
+    const uint8_t auth[3] = {0xa1, 0xb2, 0xc3};
+    ASSERT_EQ(qos_TaDb_AddNewTa(0x8001, QOS_TA_DSC, QOS_TA_BY_CMTS, 3, auth, &ta_), 0);
+    qos_taDb_Lock();
+    qos_intDb_AddSf(0x1001, 1, QOS_DIR_UPSTREAM);
+    qos_intDb_AddSf(0x1002, 2, QOS_DIR_DOWNSTREAM);
+    qos_intDb_SetSfSid(0, 0x11);
+    qos_intDb_SetServiceFlowParamSet(0, 5);
+    qos_intDb_ChangeSF(1, static_cast<int32_t>(ta_));
+    const uint8_t req[3] = {0x80, 0x01, 0x18};
+    qos_intDb_MsgUpdateReqBuffer(ta_, req, sizeof req);
+    qos_taDb_Unlock();
+  }
+  uint32_t ta_ = 0;
+};
+
+TEST_F(QosdbShow, JsonHoldsWhatTheLibraryReports) {
+  auto before = qostest::snapshot();
+  PeerResult r = qosdbOut({"show", "--json"});
+  ASSERT_EQ(r.status, 0) << r.out;
+  auto doc = nlohmann::json::parse(r.out);
+
+  ASSERT_EQ(doc["sf"].size(), 2u);
+  for (const auto& row : doc["sf"]) {
+    uint32_t i = row["index"], sfId = 0, state = 0;
+    uint16_t sid = 0;
+    uint8_t dir = 0, params = 0;
+    int32_t taIndex = 0;
+    ASSERT_EQ(qos_intDb_GetSfId(i, &sfId), 0);
+    qos_intDb_GetSFState(i, &state);
+    qos_intDb_GetSfSid(i, &sid);
+    qos_intDb_GetServiceFlowDirection(i, &dir);
+    qos_intDb_GetServiceFlowParamSet(i, &params);
+    qos_intDb_GetSFTaIndex(i, &taIndex);
+    EXPECT_EQ(row["sfId"], sfId);
+    EXPECT_EQ(row["state"], state);
+    EXPECT_EQ(row["sid"], sid);
+    EXPECT_EQ(row["direction"], dir);
+    EXPECT_EQ(row["paramSetType"], params);
+    EXPECT_EQ(row["taIndex"], taIndex);
+  }
+  const auto& ta = doc["ta"][0];
+  uint16_t taId = 0;
+  uint32_t type = 0, initiator = 0;
+  qos_TaDb_GetTaId(ta_, &taId);
+  qos_TaDb_GetTaType(ta_, &type);
+  qos_TaDb_GetTaInitiator(ta_, &initiator);
+  EXPECT_EQ(ta["index"], ta_);
+  EXPECT_EQ(ta["taId"], taId);
+  EXPECT_EQ(ta["type"], type);
+  EXPECT_EQ(ta["initiator"], initiator);
+  EXPECT_EQ(ta["authBlock"], "a1b2c3");
+  EXPECT_EQ(doc["msgs"][0]["req"], (nlohmann::json{{"length", 3}, {"data", "800118"}}));
+  EXPECT_EQ(doc["stats"]["sfDbMaxIndex"], 1);
+  EXPECT_EQ(doc["stats"]["clsfMaxNum"], 160);
+  EXPECT_EQ(doc["clsf"], nlohmann::json::array());
+  EXPECT_EQ(qostest::changedOffsets(before, qostest::snapshot()), std::vector<std::size_t>{});
+}
+
+TEST_F(QosdbShow, TextNamesTheValuesMeanings) {
+  PeerResult r = qosdbOut({"show", "flows", "transactions"});
+  ASSERT_EQ(r.status, 0);
+  EXPECT_EQ(r.out,
+            "Service flows (sf): 2 in use, sfDbMaxIndex 1\n"
+            "  idx  state        sfId    ref  dir   sid   paramSet  taIndex  held  committed  clusters  clsf  phs  "
+            "appended  deleted  qosDbIndex  pair  clusterIdx\n"
+            "  0    operational  0x1001  1    up    0x11  prov+act  -        -     0          0         0     0    "
+            "0         0        0           0     0\n"
+            "  1    changing     0x1002  2    down  0x0   -         0        -     0          0         0     0    "
+            "0         0        0           0     0\n"
+            "\n"
+            "DSX transactions (ta): 1 in use, lastCmTaId 0x0, taRowsUsed 1, retryLimit 3\n"
+            "  idx  taId    type  initiator  smState  retries  subtype  authLen  authBlock\n"
+            "  0    0x8001  DSC   CMTS       0        0        0        3        a1b2c3\n");
+}
+
+// ---- bad input -----------------------------------------------------------------------
+
+TEST(QosdbWithoutStore, EveryCommandSaysThereIsNoStore) {
+  const std::vector<std::vector<std::string>> commands = {{"show"}, {"check"}, {"reset"}, {"lock-status"}};
+  for (const auto& args : commands) {
+    PeerResult r = qosdb(args);
+    EXPECT_EQ(r.status, 1) << args[0];
+    EXPECT_EQ(r.out.rfind("qosdb: no store here: ", 0), 0u) << r.out;
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << r.out;
+  }
+  EXPECT_EQ(qosdb({"destroy"}).out, "qosdb: no store here: neither segment 14 nor semaphore 4656 exists\n");
+}
+
+TEST_F(QosdbShow, BadCommandsChangeNothing) {
+  struct Case {
+    std::vector<std::string> args;
+    int status;
+    std::string out;
+  };
+  const Case cases[] = {
+      {{"show", "flows", "bogus"}, 2,
+       "qosdb: unknown table 'bogus' (tables: flows, classifiers, clusters, switchover, active, phs, transactions, "
+       "messages, errors, dbc, stats, all)\n"},
+      {{"init"}, 1, "qosdb: a store exists already; qosdb reset empties it, qosdb init --force creates it anew\n"},
+      {{"unlock"}, 2, "qosdb: unlock frees a lock whose holder died; say unlock --force\n"},
+      {{"unlock", "--force"}, 1, "qosdb: the lock is not taken (value 1); nothing to free\n"},
+      {{"run", "/nonexistent.qos"}, 2, "qosdb: cannot read scenario /nonexistent.qos\n"},
+  };
+  auto before = qostest::snapshot();
+  for (const Case& c : cases) {
+    PeerResult r = qosdb(c.args);
+    EXPECT_EQ(r.status, c.status) << c.args[0];
+    EXPECT_EQ(r.out, c.out);
+  }
+  EXPECT_EQ(qostest::changedOffsets(before, qostest::snapshot()), std::vector<std::size_t>{});
+}
+
+// ---- check -----------------------------------------------------------------------------
+
+TEST_F(QosdbShow, CheckPassesOnAStoreTheOperationsBuilt) {
+  PeerResult r = qosdbOut({"check"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "registration check: passed\nintegrity: every invariant holds\n");
+}
+
+TEST_F(QosdbShow, CheckFailsOnAStoreDamagedOnPurposeAndSaysHow) {
+  qostest::put<uint32_t>(offsetof(qos::QosIntDbRegion, ta) + sizeof(qos::TaRow) * 3, 7);  // ta[3].rowStatus
+  qos_intDb_SetSFState(5, QOS_SF_REFERENCED);  // a placeholder on a row the table never handed out
+  PeerResult r = qosdbOut({"check"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out,
+            "registration check: passed\n"
+            "suspect: sf[5] is in use above sfDbMaxIndex 1: scans never see it\n"
+            "corrupt: ta[3].rowStatus is 7; rows are 0 (free) or 1\n"
+            "integrity: 1 corrupt, 1 suspect\n");
+
+  qos_intDb_SetSFState(5, QOS_SF_EMPTY);
+  qostest::put<uint32_t>(offsetof(qos::QosIntDbRegion, ta) + sizeof(qos::TaRow) * 3, 0);
+  qos_intDb_SetSFState(1, QOS_SF_REFERENCED);
+  r = qosdbOut({"check"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out,
+            "registration check: failed: Classifier or PHS refer to unknown Service Flow: Ref=2, SF DB index=1\n"
+            "integrity: every invariant holds\n");
+}
+
+// ---- the lock ------------------------------------------------------------------------------
+
+TEST_F(QosdbShow, ALockLeftByAKilledProcessIsReportedAndFreedOnlyByForce) {
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  pid_t holder = fork();
+  if (holder == 0) {
+    qos_taDb_Lock();
+    (void)!write(ready[1], "x", 1);
+    pause();
+    _exit(0);
+  }
+  char c;
+  ASSERT_EQ(read(ready[0], &c, 1), 1);
+  const std::string pid = std::to_string(holder);
+
+  PeerResult r = qosdb({"unlock", "--force"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "qosdb: the lock is held by process " + pid + ", which still runs; refusing to free it\n");
+
+  kill(holder, SIGKILL);
+  waitpid(holder, nullptr, 0);
+  EXPECT_EQ(qosdbOut({"lock-status"}).out,
+            "semaphore 4656: value 0, taken\n"
+            "last operation by process " + pid + ", no longer running\n"
+            "the lock is held by a dead process: qosdb unlock --force frees it\n"
+            "processes waiting for it: 0\n");
+  r = qosdb({"show"});
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out, "qosdb: the lock is held by process " + pid + ", which no longer runs; qosdb unlock --force frees it\n");
+  EXPECT_EQ(qosdb({"show", "--no-lock", "flows"}).status, 0);
+
+  r = qosdb({"unlock", "--force"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "lock freed (it was held by process " + pid + ", which no longer runs)\n");
+  EXPECT_EQ(semaphoreValue(), 1);
+}
+
+// ---- events ---------------------------------------------------------------------------------
+
+TEST_F(QosdbShow, EventsPrintsTheEventsOfADscOnAHeldFlow) {
+  Background events({"events", "--count", "2", "--timeout", "60"});
+  ASSERT_EQ(events.line(), "listening for events to component 32");
+  EXPECT_EQ(qosdb({"events", "--count", "1"}).out, "qosdb: another process listens for component 32 already\n");
+
+  // The DSC of row ta_ ends and holds flow 1; a second DSC changes the held flow.
+  qos_taDb_Lock();
+  qos_intDb_UpdateSfOnTaSucceeded(ta_);
+  qos_taDb_Unlock();
+  uint32_t dsc = 0;
+  ASSERT_EQ(qos_TaDb_AddNewTa(0x8002, QOS_TA_DSC, QOS_TA_BY_CMTS, 0, nullptr, &dsc), 0);
+  qos_taDb_Lock();
+  qos_intDb_ChangeSF(1, static_cast<int32_t>(dsc));
+  qos_intDb_UpdateSfOnTaSucceeded(dsc);
+  uint32_t payload = 7;
+  EXPECT_EQ(EV_GenEvent(ICC_dest_of(QOS_EV_COMPONENT), QOS_EV_HOLDER_ACK_LOST, &payload, 4), 0);
+  qos_taDb_Unlock();
+
+  std::string rest;
+  EXPECT_EQ(events.finish(rest), 0);
+  EXPECT_EQ(rest,
+            "event 5515 QOS_EV_HELD_SF_CHANGED: transaction " + std::to_string(ta_) + "\n"
+            "event 5517 QOS_EV_HOLDER_ACK_LOST: transaction 7\n");
+  EXPECT_NE(EV_GenEvent(ICC_dest_of(QOS_EV_COMPONENT), QOS_EV_HOLDER_ACK_LOST, &payload, 4), 0);
+}
+
+// ---- run -----------------------------------------------------------------------------------------
+
+TEST(QosdbRun, TheShippedScenariosPlayARegistrationAndThreeTransactions) {
+  PeerResult r = qosdbOut({"run", scenario("registration.qos"), scenario("dsa.qos"), scenario("dsc.qos"),
+                           scenario("dsd.qos")});
+  ASSERT_EQ(r.status, 0) << r.out;
+  for (const char* summary : {"registration.qos: 25 operations, all returned 0\n", "dsa.qos: 21 operations, all returned 0\n",
+                              "dsc.qos: 11 operations, all returned 0\n", "dsd.qos: 9 operations, all returned 0\n",
+                              "17: qos_intDb_FindSfByTaAndRef 7 0 -> 0  sfIndex=3\n"}) {
+    EXPECT_NE(r.out.find(summary), std::string::npos) << summary;
+  }
+  ASSERT_EQ(qos_IntDb_RetrieveAccess(), 0);
+  uint32_t sf = 0, state = 0, taIndex = 0, type = 0;
+  int32_t held = 0;
+  ASSERT_EQ(qos_intDb_FindSfById(0x1004, &sf), 0);
+  qos_intDb_GetSFState(sf, &state);
+  qos_intDb_GetSFHeldTaIndex(sf, &held);
+  EXPECT_EQ(state, static_cast<uint32_t>(QOS_SF_DELETED));
+  EXPECT_EQ(held, 0);
+  ASSERT_EQ(qos_TaDb_FindTaIndexByTaId(2, &taIndex), 0);
+  qos_TaDb_GetTaType(taIndex, &type);
+  EXPECT_EQ(type, static_cast<uint32_t>(QOS_TA_DSD));
+  auto copy = std::make_unique<qos::QosIntDbRegion>();
+  std::memcpy(copy.get(), qostest::region(), sizeof *copy);
+  EXPECT_TRUE(qos::inspect::checkIntegrity(*copy).empty());
+  EXPECT_EQ(semaphoreValue(), 1);
+}
+
+TEST_F(QosdbShow, RunPrintsResultsOutputsAndLogLines) {
+  std::string path = writeScenario(
+      "## a narration\n"
+      "qos_TaDb_GetTaAuthBlock 0        # outputs the tool allocated\n"
+      "qos_TaDb_CheckTaConflict 3 12\n"
+      "qos_taDb_Lock\n"
+      "qos_intDb_AddSfSidCluster 0x1001 2 1/0x11,2/0x12,0/0,0/0\n"
+      "qos_intDb_GetNextSfSidCluster 0x1001 -1\n"
+      "qos_taDb_Unlock\n"
+      "qos_intDb_ResetTaDbRow 0\n");
+  PeerResult r = qosdbOut({"run", path});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out.substr(r.out.find('\n') + 1),
+            "## a narration\n"
+            "2: qos_TaDb_GetTaAuthBlock 0 -> 0  authLen=3  authBlock=a1b2c3\n"
+            "3: qos_TaDb_CheckTaConflict 3 12 -> -1\n"
+            "    log L1 M24 qos_TaDb_CheckTaConflict: qos_TaDb_CheckTaConflict: ---> DSX TA DB index 12 is out of range\n"
+            "4: qos_taDb_Lock -> 0\n"
+            "5: qos_intDb_AddSfSidCluster 0x1001 2 1/0x11,2/0x12,0/0,0/0 -> 0\n"
+            "6: qos_intDb_GetNextSfSidCluster 0x1001 -1 -> 0  rowIndex=0  clusterId=0x2  channels=1/0x11,2/0x12,0/0x0,0/0x0\n"
+            "7: qos_taDb_Unlock -> 0\n"
+            "8: qos_intDb_ResetTaDbRow 0 -> done\n" +
+                path.substr(path.rfind('/') + 1) + ": 7 operations, non-zero results on lines 3\n");
+  EXPECT_EQ(semaphoreValue(), 1);
+  unlink(path.c_str());
+}
+
+TEST_F(QosdbShow, AMalformedScenarioStopsWithItsLineAndChangesNothing) {
+  struct Case {
+    std::string line;
+    std::string error;
+  };
+  const Case cases[] = {
+      {"qos_intDb_Frobnicate 1", "unknown operation 'qos_intDb_Frobnicate' (qosdb run --list shows them all)"},
+      {"qos_intDb_AddSf 1 2", "qos_intDb_AddSf takes 3 arguments (sfId:u32 ref:u32 direction:u32), 2 given"},
+      {"qos_intDb_AddSf 1 x2 2", "argument 2 (ref:u32) of qos_intDb_AddSf: 'x2' is not a number (decimal, 0x-hex or negative)"},
+      {"qos_intDb_DelSfSidCluster 1 256", "argument 2 (clusterId:u8) of qos_intDb_DelSfSidCluster: '256' does not fit a u8"},
+      {"qos_intDb_MsgUpdateReqBuffer 0 abc",
+       "argument 2 (message:bytes) of qos_intDb_MsgUpdateReqBuffer: 'abc' is no byte string (pairs of hex digits like "
+       "0a1b or 0a:1b, a repetition like 00*16, - or NULL)"},
+      {"qos_intDb_AddSfSidCluster 1 1 1-2", "argument 3 (channels:mappings) of qos_intDb_AddSfSidCluster: '1-2' is no "
+                                            "mapping (ucid/sid, optionally add: or del: first)"},
+      {"qos_taDb_Lock\nqos_intDb_ResetTaDbRow 0",
+       "qos_intDb_ResetTaDbRow would wait for the lock that this scenario holds (take it with qos_taDb_Lock, give it "
+       "back with qos_taDb_Unlock first)"},
+  };
+  auto before = qostest::snapshot();
+  for (const Case& c : cases) {
+    std::string path = writeScenario("qos_intDb_AddSf 0x99 9 2\n" + c.line + "\n");
+    PeerResult r = qosdb({"run", path});
+    int line = 2 + static_cast<int>(std::count(c.line.begin(), c.line.end(), '\n'));
+    EXPECT_EQ(r.status, 2);
+    EXPECT_EQ(r.out, "qosdb: " + path + ":" + std::to_string(line) + ": " + c.error + "\n");
+    unlink(path.c_str());
+  }
+  EXPECT_EQ(qostest::changedOffsets(before, qostest::snapshot()), std::vector<std::size_t>{});
+}
+
+TEST(QosdbRun, TheDispatchTableCoversTheWholeClientHeader) {
+  std::ifstream header(QOSDB_CLIENT_HEADER);
+  std::stringstream text;
+  text << header.rdbuf();
+  std::set<std::string> declared;
+  std::regex api(R"(QOS_API\s+[\w\s\*]+?\b(qos_\w+)\s*\()");
+  std::string h = text.str();
+  for (std::sregex_iterator it(h.begin(), h.end(), api), end; it != end; ++it) declared.insert((*it)[1]);
+  std::set<std::string> listed;
+  std::istringstream lines(qosdbOut({"run", "--list"}).out);
+  for (std::string line; std::getline(lines, line);) listed.insert(line.substr(0, line.find(' ')));
+  EXPECT_GT(declared.size(), 180u);
+  EXPECT_EQ(listed, declared);
+}
+
+// ---- the demo ----------------------------------------------------------------------------------
+
+TEST(QosdbDemo, TellsTheStoryOfAStackAndEndsConsistent) {
+  if (std::string(QOS_TEST_EXEC_PREFIX).size() != 0) GTEST_SKIP() << "the demo execs itself, which needs binfmt under an emulator";
+  PeerResult r = qosdb({"demo"});
+  ASSERT_EQ(r.status, 0) << r.out;
+  for (const char* line : {"   events  | event 5515 QOS_EV_HELD_SF_CHANGED: transaction 0\n",
+                           "   events  | event 5522 QOS_EV_HELD_SF_DELETED: transaction 1\n",
+                           "   control | dsd.qos: 9 operations, all returned 0\n",
+                           "   snmp    |   0x1003  1          2     0x23\n",
+                           "   check   | integrity: every invariant holds\n"}) {
+    EXPECT_NE(r.out.find(line), std::string::npos) << line;
+  }
+}
+
+}  // namespace
