@@ -257,7 +257,7 @@ struct MappingsOut {
 // Four 32-bit numbers (UCIDs, interface indexes).
 struct Quad {
   static constexpr bool kInput = true;
-  static const char* kind() { return "4 numbers"; }
+  static const char* kind() { return "u32x4"; }
   uint32_t values[4] = {};
   bool null = false;
   void parse(const std::string& token) {
