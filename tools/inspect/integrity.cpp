@@ -203,15 +203,20 @@ class Checker {
     }
   }
 
+  // A row that is free (status 0, zeroed whole) or in use (1); true when in use.
+  template <typename Row>
+  bool inUse(const char* table, std::size_t i, const Row& r) {
+    if (r.status > 1) corrupt(field(table, i, "status"), format("is %u; rows are 0 (free) or 1", r.status));
+    if (r.status != 0) return true;
+    if (!zeroField(r)) corrupt(row(table, i), "is free but not zero; deletes zero the whole row");
+    return false;
+  }
+
   void clusters() {
     std::set<std::pair<uint32_t, uint8_t>> seen;
     for (std::size_t i = 0; i < kSidClusterRows; ++i) {
       const SidClusterRow& c = r_.sidClusters[i];
-      if (c.status > 1) corrupt(field("sidClusters", i, "status"), format("is %u; rows are 0 (free) or 1", c.status));
-      if (c.status == 0) {
-        if (!zeroField(c)) corrupt(row("sidClusters", i), "is free but not zero; deletes zero the whole row");
-        continue;
-      }
+      if (!inUse("sidClusters", i, c)) continue;
       bool channelsClean = true;
       for (const SidChannelMapping& m : c.channels) channelsClean = channelsClean && m.action == 0 && m.reserved == 0;
       reserved(zeroField(c.reserved9) && channelsClean, row("sidClusters", i));
@@ -232,11 +237,7 @@ class Checker {
     std::set<uint32_t> seen;
     for (std::size_t i = 0; i < kSwitchoverRows; ++i) {
       const SwitchoverRow& s = r_.switchover[i];
-      if (s.status > 1) corrupt(field("switchover", i, "status"), format("is %u; rows are 0 (free) or 1", s.status));
-      if (s.status == 0) {
-        if (!zeroField(s)) corrupt(row("switchover", i), "is free but not zero; deletes zero the whole row");
-        continue;
-      }
+      if (!inUse("switchover", i, s)) continue;
       reserved(s.reserved19 == 0, row("switchover", i));
       if (!seen.insert(s.sfId).second) {
         std::string what = format("stores the criteria of SFID 0x%x a second time", s.sfId);
