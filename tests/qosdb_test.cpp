@@ -78,6 +78,35 @@ class Background {
   int fd_ = -1;
 };
 
+// ---- administration (first in this file: they need a namespace without a store) ------------
+
+TEST(QosdbWithoutStore, EveryCommandSaysThereIsNoStore) {
+  const std::vector<std::vector<std::string>> commands = {{"show"}, {"check"}, {"reset"}, {"lock-status"}};
+  for (const auto& args : commands) {
+    PeerResult r = qosdb(args);
+    EXPECT_EQ(r.status, 1) << args[0];
+    EXPECT_EQ(r.out.rfind("qosdb: no store here: ", 0), 0u) << r.out;
+    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << r.out;
+  }
+  EXPECT_EQ(qosdb({"destroy"}).out, "qosdb: no store here: neither segment 14 nor semaphore 4656 exists\n");
+}
+
+TEST(QosdbWithoutStore, InitResetDestroy) {
+  PeerResult r = qosdbOut({"init"});
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out, "store created: region of 85032 bytes (segment 14), every table reset, semaphore 4656 free\n");
+  EXPECT_EQ(semaphoreValue(), 1);
+  ASSERT_EQ(qosdbOut({"run", scenario("registration.qos")}).status, 0);
+  EXPECT_EQ(nlohmann::json::parse(qosdbOut({"show", "--json", "flows"}).out)["sf"].size(), 3u);
+
+  EXPECT_EQ(qosdbOut({"reset"}).out,
+            "store reset: flows, classifiers, SID clusters, active tables, messages and transactions are empty; "
+            "the bonding change store is kept\n");
+  EXPECT_EQ(qosdbOut({"show", "--json", "flows"}).out, "{\n  \"sf\": []\n}\n");
+  EXPECT_EQ(qosdbOut({"destroy"}).out, "removed segment 14 and semaphore 4656\n");
+  EXPECT_EQ(qosdb({"show"}).status, 1);
+}
+
 // ---- show ------------------------------------------------------------------------
 
 class QosdbShow : public qostest::StoreTest {
@@ -160,17 +189,6 @@ TEST_F(QosdbShow, TextNamesTheValuesMeanings) {
 }
 
 // ---- bad input -----------------------------------------------------------------------
-
-TEST(QosdbWithoutStore, EveryCommandSaysThereIsNoStore) {
-  const std::vector<std::vector<std::string>> commands = {{"show"}, {"check"}, {"reset"}, {"lock-status"}};
-  for (const auto& args : commands) {
-    PeerResult r = qosdb(args);
-    EXPECT_EQ(r.status, 1) << args[0];
-    EXPECT_EQ(r.out.rfind("qosdb: no store here: ", 0), 0u) << r.out;
-    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << r.out;
-  }
-  EXPECT_EQ(qosdb({"destroy"}).out, "qosdb: no store here: neither segment 14 nor semaphore 4656 exists\n");
-}
 
 TEST_F(QosdbShow, BadCommandsChangeNothing) {
   struct Case {
@@ -375,6 +393,35 @@ TEST_F(QosdbShow, AMalformedScenarioStopsWithItsLineAndChangesNothing) {
     unlink(path.c_str());
   }
   EXPECT_EQ(qostest::changedOffsets(before, qostest::snapshot()), std::vector<std::size_t>{});
+}
+
+TEST(QosdbRun, WalkAnswersAsTheSnmpAgentInEitherUpstreamMode) {
+  ASSERT_EQ(qosdbOut({"run", scenario("registration.qos")}).status, 0);
+  const std::string clusters =
+      "SID cluster table (qos_intDb_GetNextSfSidClusterTableIndex, qos_intDb_GetSidClusterTableRow):\n"
+      "  sfId    clusterId  ucid  sid\n"
+      "  0x1001  1          1     0x11\n"
+      "  0x1001  1          2     0x21\n"
+      "  0x1003  1          1     0x13\n"
+      "  0x1003  1          2     0x23\n";
+  EXPECT_EQ(qosdbOut({"walk"}).out,
+            "upstream mode: single upstream (SIDs from the service flows); upstream ports 1..4 are interfaces 4, 80, "
+            "81, 82\n"
+            "CM service table (qos_intDb_GetNextCmServiceTableIndex, qos_intDb_GetCmServiceTableAttr):\n"
+            "  ifIndex  sid   port  activeIndex  value2  value3\n"
+            "  4        0x11  1     0            0       1\n"
+            "  4        0x13  1     1            0       1\n" +
+                clusters);
+  EXPECT_EQ(qosdbOut({"walk", "--multiple-upstreams", "--if-index", "3,4,5,6"}).out,
+            "upstream mode: multiple upstreams (SIDs from the SID clusters); upstream ports 1..4 are interfaces 3, 4, "
+            "5, 6\n"
+            "CM service table (qos_intDb_GetNextCmServiceTableIndex, qos_intDb_GetCmServiceTableAttr):\n"
+            "  ifIndex  sid   port  activeIndex  value2  value3\n"
+            "  3        0x11  1     0            0       2\n"
+            "  3        0x13  1     1            0       2\n"
+            "  4        0x21  2     0            0       2\n"
+            "  4        0x23  2     1            0       2\n" +
+                clusters);
 }
 
 TEST(QosdbRun, TheDispatchTableCoversTheWholeClientHeader) {
