@@ -43,14 +43,20 @@ class Background {
   explicit Background(const std::vector<std::string>& args) {
     int fds[2];
     EXPECT_EQ(pipe2(fds, O_CLOEXEC), 0);
+    // Under the build's emulator in a cross build, as runProgram does.
+    std::vector<std::string> words;
+    std::istringstream prefix(QOS_TEST_EXEC_PREFIX);
+    for (std::string w; prefix >> w;) words.push_back(w);
+    words.push_back(QOSDB_BIN);
+    words.insert(words.end(), args.begin(), args.end());
     pid_ = fork();
     if (pid_ == 0) {
       dup2(fds[1], STDOUT_FILENO);
       dup2(fds[1], STDERR_FILENO);
-      std::vector<char*> argv{const_cast<char*>(QOSDB_BIN)};
-      for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+      std::vector<char*> argv;
+      for (auto& w : words) argv.push_back(const_cast<char*>(w.c_str()));
       argv.push_back(nullptr);
-      execv(QOSDB_BIN, argv.data());
+      execvp(argv[0], argv.data());
       _exit(127);
     }
     close(fds[1]);
