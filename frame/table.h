@@ -40,8 +40,10 @@ class TableView {
   int32_t find(Pred pred, int32_t from = 0, int32_t to = kRows - 1) const {
     if (from < 0) from = 0;
     if (to > kRows - 1) to = kRows - 1;
-    for (int32_t i = from; i <= to; ++i) {
-      if (pred(rows_[i])) return i;
+    if (from > to) return -1;
+    const Row* const end = rows_ + to + 1;
+    for (const Row* r = rows_ + from; r != end; ++r) {
+      if (pred(*r)) return static_cast<int32_t>(r - rows_);
     }
     return -1;
   }
