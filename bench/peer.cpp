@@ -303,6 +303,17 @@ PeerRows peerLifecycle(sqlite3* db, LifecycleSql& q, const std::vector<uint8_t>&
   return rows;
 }
 
+// The same rows as the library's lifecycle leaves (see lifecycle.cpp).
+bool peerLeftItsRows(Peer& peer, const PeerRows& rows) {
+  Stmt flow(peer.db(),
+            "SELECT count(*) FROM sf WHERE idx=?1 AND state=1 AND sfId=?2 AND clsfCounter=2 AND phsCounter=1 "
+            "AND taIndex=-1 AND heldTaIndex=-1");
+  Stmt clsfs(peer.db(), "SELECT count(*) FROM clsf WHERE idx IN (?1, ?2) AND status=1 AND sfId=?3");
+  Stmt busy(peer.db(), "SELECT count(*) FROM ta WHERE taId=(SELECT lastCmTaId FROM ta_control) AND rowStatus<>0");
+  return flow.bind(rows.flow, int64_t{kLifecycleSfId}).one() == 1 &&
+         clsfs.bind(rows.clsf[0], rows.clsf[1], int64_t{kLifecycleSfId}).one() == 2 && busy.bind().one() == 0;
+}
+
 }  // namespace
 
 void registerPeerLookups() {
@@ -321,7 +332,11 @@ void registerPeerLifecycle() {
       Peer peer(t);
       LifecycleSql q(peer);
       std::vector<uint8_t> request(lifecycleRequest(), lifecycleRequest() + kLifecycleRequestLength);
-      PeerRows rows;
+      PeerRows rows = peerLifecycle(peer.db(), q, request);
+      if (!peerLeftItsRows(peer, rows)) {
+        s.SkipWithError("the lifecycle did not leave its flow and classifiers in force");
+        return;
+      }
       timedEach(
           s,
           [&] {
