@@ -43,12 +43,7 @@ class Background {
   explicit Background(const std::vector<std::string>& args) {
     int fds[2];
     EXPECT_EQ(pipe2(fds, O_CLOEXEC), 0);
-    // Under the build's emulator in a cross build, as runProgram does.
-    std::vector<std::string> words;
-    std::istringstream prefix(QOS_TEST_EXEC_PREFIX);
-    for (std::string w; prefix >> w;) words.push_back(w);
-    words.push_back(QOSDB_BIN);
-    words.insert(words.end(), args.begin(), args.end());
+    std::vector<std::string> words = qostest::commandWords(QOSDB_BIN, args);
     pid_ = fork();
     if (pid_ == 0) {
       dup2(fds[1], STDOUT_FILENO);

@@ -58,8 +58,7 @@ std::string captureStdout(const std::function<void()>& fn) {
   return ::testing::internal::GetCapturedStdout();
 }
 
-PeerResult runProgram(const std::string& path, const std::vector<std::string>& args,
-                      bool withStderr) {
+std::vector<std::string> commandWords(const std::string& path, const std::vector<std::string>& args) {
   std::vector<std::string> words;
   std::string prefix = QOS_TEST_EXEC_PREFIX;
   for (std::size_t pos = 0; pos < prefix.size();) {
@@ -70,6 +69,12 @@ PeerResult runProgram(const std::string& path, const std::vector<std::string>& a
   }
   words.push_back(path);
   words.insert(words.end(), args.begin(), args.end());
+  return words;
+}
+
+PeerResult runProgram(const std::string& path, const std::vector<std::string>& args,
+                      bool withStderr) {
+  std::vector<std::string> words = commandWords(path, args);
 
   int pipefd[2];
   if (pipe(pipefd) != 0) return {-1, ""};

@@ -90,6 +90,9 @@ struct PeerResult {
   int status;
   std::string out;
 };
+// The words that start a program of this build (emulator first in a cross build).
+std::vector<std::string> commandWords(const std::string& path, const std::vector<std::string>& args);
+
 PeerResult runProgram(const std::string& path, const std::vector<std::string>& args,
                       bool withStderr = false);
 
