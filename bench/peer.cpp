@@ -74,9 +74,9 @@ class Stmt {
   }
   int64_t col(int i) const { return sqlite3_column_int64(s_, i); }
   void done() { sqlite3_reset(s_); }
-  // The first column of the first row, or -1.
+  // The first column of the first row, or -1 (also for NULL).
   int64_t one() {
-    int64_t v = row() ? col(0) : -1;
+    int64_t v = row() && sqlite3_column_type(s_, 0) != SQLITE_NULL ? col(0) : -1;
     sqlite3_reset(s_);
     return v;
   }
@@ -177,17 +177,17 @@ struct PeerLookup {
 // The statements that answer the library's lookups on the full layout (the
 // key of each is the one lookups.cpp uses).
 const PeerLookup kPeerLookups[] = {
-    {"FindSfById", "SELECT idx FROM sf WHERE sfId=?1 AND state NOT IN (0,7) ORDER BY idx LIMIT 1",
+    {"FindSfById", "SELECT min(idx) FROM sf WHERE sfId=?1 AND state NOT IN (0,7)",
      sfIdOf(kOutcomeDsFlow), 0},
-    {"FindSfByRef", "SELECT idx FROM sf WHERE ref=?1 AND state NOT IN (0,7) ORDER BY idx LIMIT 1",
+    {"FindSfByRef", "SELECT min(idx) FROM sf WHERE ref=?1 AND state NOT IN (0,7)",
      refOf(kOutcomeDsFlow), 0},
-    {"FindSfByTaAndRef", "SELECT idx FROM sf WHERE ref=?1 AND taIndex=?2 ORDER BY idx LIMIT 1",
+    {"FindSfByTaAndRef", "SELECT min(idx) FROM sf WHERE ref=?1 AND taIndex=?2",
      refOf(kOutcomeDsFlow), kOutcomeTa},
-    {"FindSFByTaIndex", "SELECT idx FROM sf WHERE taIndex=?1 AND state<>0 ORDER BY idx LIMIT 1",
+    {"FindSFByTaIndex", "SELECT min(idx) FROM sf WHERE taIndex=?1 AND state<>0",
      kOutcomeTa, 0},
-    {"FindClsfById", "SELECT idx FROM clsf WHERE clsfId=?1 AND sfId=?2 ORDER BY idx LIMIT 1",
+    {"FindClsfById", "SELECT min(idx) FROM clsf WHERE clsfId=?1 AND sfId=?2",
      clsfIdOf(kClassifiers - 1), sfIdOf(kOutcomeDsFlow)},
-    {"FindClsfByTaAndRef", "SELECT idx FROM clsf WHERE ref=?1 AND taIndex=?2 ORDER BY idx LIMIT 1",
+    {"FindClsfByTaAndRef", "SELECT min(idx) FROM clsf WHERE ref=?1 AND taIndex=?2",
      clsfRefOf(kClassifiers - 1), kOutcomeTa},
     {"GetSfSidCluster",
      "SELECT ucid1, sid1, ucid2, sid2, ucid3, sid3, ucid4, sid4 FROM cluster "
@@ -200,7 +200,7 @@ struct LifecycleSql {
   explicit LifecycleSql(Peer& p)
       : begin(p.prepare("BEGIN")),
         commit(p.prepare("COMMIT")),
-        freeTa(p.prepare("SELECT idx FROM ta WHERE rowStatus=0 ORDER BY idx LIMIT 1")),
+        freeTa(p.prepare("SELECT min(idx) FROM ta WHERE rowStatus=0")),
         nextTaId(p.prepare(
             "UPDATE ta_control SET lastCmTaId=(lastCmTaId+1)&32767, taRowsUsed=max(taRowsUsed, ?1+1) "
             "WHERE id=0 RETURNING lastCmTaId")),
@@ -217,8 +217,8 @@ struct LifecycleSql {
         storeReq(p.prepare(
             "UPDATE msg SET req=?2, rsp=x'', ack=x'', confCode=0, errorCode=253, errorType=0, "
             "errorSubType=0, errorSubType2=0, erroredSfId=0 WHERE idx=?1")),
-        sfByRefTa(p.prepare("SELECT idx FROM sf WHERE ref=?1 AND taIndex=?2 ORDER BY idx LIMIT 1")),
-        sfByRef(p.prepare("SELECT idx FROM sf WHERE ref=?1 ORDER BY idx LIMIT 1")),
+        sfByRefTa(p.prepare("SELECT min(idx) FROM sf WHERE ref=?1 AND taIndex=?2")),
+        sfByRef(p.prepare("SELECT min(idx) FROM sf WHERE ref=?1")),
         insertSf(p.prepare(
             "INSERT INTO sf(state, sfId, ref, direction, committed, sid, paramSetType, taIndex, heldTaIndex, "
             "pairSfIndex, qosDbIndex, sidClusterCounter, clsfCounter, phsCounter) "

@@ -3,8 +3,9 @@
 //
 // An in-memory database holds the same rows as tables (one SQL row per used
 // region row, its row index as INTEGER PRIMARY KEY) with an index for every
-// lookup the work makes; every statement is prepared once and re-bound. A
-// lock hold of the library is one SQL transaction here.
+// lookup the work makes; every statement is prepared once and re-bound. The
+// first matching row is asked for as min(idx), which the index answers
+// without a sort. A lock hold of the library is one SQL transaction here.
 #pragma once
 
 #include <cstdint>
