@@ -1,4 +1,4 @@
-// lock_test.cpp - a process waiting for the lock: it retries without
+// lock_test.cpp - processes waiting for the lock: a waiter retries without
 // sleeping for a while, then sleeps in the kernel until the lock is free.
 #include <sys/sem.h>
 #include <sys/wait.h>
@@ -53,6 +53,27 @@ TEST_F(Lock, AWaiterSleepsUntilTheLockIsGivenBack) {
   EXPECT_EQ(subtype, 7u);
   EXPECT_EQ(semctl(semId, 0, GETVAL), 1);
   EXPECT_TRUE(logs.records().empty());
+}
+
+// Four processes, 5000 locked read-yield-write cycles each: waiters retry
+// and sleep in turn, and no update is lost.
+TEST_F(Lock, FourProcessesLoseNoUpdate) {
+  uint32_t row = 0;
+  ASSERT_EQ(qos_TaDb_AddNewTa(0, QOS_TA_DSA, 0, 0, nullptr, &row), 0);
+  pid_t pids[4];
+  for (pid_t& pid : pids) {
+    pid = fork();
+    if (pid == 0) _exit(runPeer({"increment", "5000", std::to_string(row)}).status);
+  }
+  for (pid_t pid : pids) {
+    int status = -1;
+    waitpid(pid, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  }
+  uint32_t total = 0;
+  EXPECT_EQ(qos_TaDb_GetTaSubtype(row, &total), 0);
+  EXPECT_EQ(total, 20000u);
+  EXPECT_EQ(semctl(semget(QOS_SEM_KEY, 1, 0), 0, GETVAL), 1);
 }
 
 }  // namespace
