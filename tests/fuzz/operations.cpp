@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <tuple>
 #include <type_traits>
 
@@ -210,8 +211,37 @@ Operation op(const char* name, R (*fn)(P...)) {
   return o;
 }
 
+// The message operations take their bytes as (length, pointer) or (pointer, length).
+template <int32_t (*F)(uint32_t, uint32_t, uint32_t, const uint8_t*)>
+int32_t tlv(uint32_t taIndex, uint32_t type, Bytes v) {
+  return F(taIndex, type, v.length, v.data);
+}
+template <int32_t (*F)(uint32_t, uint32_t, const uint8_t*)>
+int32_t field(uint32_t taIndex, Bytes b) {
+  return F(taIndex, b.length, b.data);
+}
+template <int32_t (*F)(uint32_t, const uint8_t*, uint32_t)>
+int32_t message(uint32_t taIndex, Bytes b) {
+  return F(taIndex, b.data, b.length);
+}
+
 #define OP(fn) op(#fn, fn)
 #define ADAPT(name, adapter) op(#name, +adapter)
+#define TLV(fn) op(#fn, tlv<fn>)
+#define FIELD(fn) op(#fn, field<fn>)
+#define MESSAGE(fn) op(#fn, message<fn>)
+
+// Operations that take the lock by themselves, and the lock itself.
+constexpr const char* kLockingItself[] = {"qos_TaDb_AddNewTa", "qos_intDb_ResetTaDbRow", "qos_intDb_TaDb_reset",
+                                          "qos_IntDb_Init", "qos_IntDb_Reset"};
+
+Locking lockingOf(const std::string& name) {
+  if (name == "qos_taDb_Lock") return Locking::Takes;
+  if (name == "qos_taDb_Unlock") return Locking::Gives;
+  auto itself = [&name](const char* n) { return name == n; };
+  return std::any_of(std::begin(kLockingItself), std::end(kLockingItself), itself) ? Locking::Itself
+                                                                                   : Locking::ByCaller;
+}
 
 std::vector<Operation> table() {
   std::vector<Operation> t = {
@@ -272,30 +302,10 @@ std::vector<Operation> table() {
       OP(qos_intDb_GetClusterNumber), OP(qos_intDb_FindClusterDbNextFreeIndex),
 
       OP(qos_intDb_MsgDb_reset), OP(qos_intDb_MsgInitBufferForTa), OP(qos_intDb_MsgResetTaBuffer),
-      ADAPT(qos_intDb_MsgAddReqBufferTlv,
-            [](uint32_t taIndex, uint32_t type, Bytes v) {
-              return qos_intDb_MsgAddReqBufferTlv(taIndex, type, v.length, v.data);
-            }),
-      ADAPT(qos_intDb_MsgAddRspBufferTlv,
-            [](uint32_t taIndex, uint32_t type, Bytes v) {
-              return qos_intDb_MsgAddRspBufferTlv(taIndex, type, v.length, v.data);
-            }),
-      ADAPT(qos_intDb_MsgAddAckBufferTlv,
-            [](uint32_t taIndex, uint32_t type, Bytes v) {
-              return qos_intDb_MsgAddAckBufferTlv(taIndex, type, v.length, v.data);
-            }),
-      ADAPT(qos_intDb_MsgAddReqBufferField,
-            [](uint32_t taIndex, Bytes b) { return qos_intDb_MsgAddReqBufferField(taIndex, b.length, b.data); }),
-      ADAPT(qos_intDb_MsgAddRspBufferField,
-            [](uint32_t taIndex, Bytes b) { return qos_intDb_MsgAddRspBufferField(taIndex, b.length, b.data); }),
-      ADAPT(qos_intDb_MsgAddAckBufferField,
-            [](uint32_t taIndex, Bytes b) { return qos_intDb_MsgAddAckBufferField(taIndex, b.length, b.data); }),
-      ADAPT(qos_intDb_MsgUpdateReqBuffer,
-            [](uint32_t taIndex, Bytes b) { return qos_intDb_MsgUpdateReqBuffer(taIndex, b.data, b.length); }),
-      ADAPT(qos_intDb_MsgUpdateRspBuffer,
-            [](uint32_t taIndex, Bytes b) { return qos_intDb_MsgUpdateRspBuffer(taIndex, b.data, b.length); }),
-      ADAPT(qos_intDb_MsgUpdateAckBuffer,
-            [](uint32_t taIndex, Bytes b) { return qos_intDb_MsgUpdateAckBuffer(taIndex, b.data, b.length); }),
+      TLV(qos_intDb_MsgAddReqBufferTlv), TLV(qos_intDb_MsgAddRspBufferTlv), TLV(qos_intDb_MsgAddAckBufferTlv),
+      FIELD(qos_intDb_MsgAddReqBufferField), FIELD(qos_intDb_MsgAddRspBufferField),
+      FIELD(qos_intDb_MsgAddAckBufferField), MESSAGE(qos_intDb_MsgUpdateReqBuffer),
+      MESSAGE(qos_intDb_MsgUpdateRspBuffer), MESSAGE(qos_intDb_MsgUpdateAckBuffer),
       OP(qos_intDb_MsgGetReqBuffer), OP(qos_intDb_MsgGetRspBuffer), OP(qos_intDb_MsgGetAckBuffer),
       OP(qos_intDb_MsgGetMsgSendBuff), OP(qos_intDb_MsgDbPrint), OP(qos_intDb_MsgReqPrint),
       OP(qos_intDb_MsgRspPrint), OP(qos_intDb_MsgAckPrint), OP(qos_intDb_MsgSetConfCode),
@@ -359,16 +369,7 @@ std::vector<Operation> table() {
               return 0;
             }),
   };
-  for (Operation& o : t) {
-    if (o.name == "qos_TaDb_AddNewTa" || o.name == "qos_intDb_ResetTaDbRow" || o.name == "qos_intDb_TaDb_reset" ||
-        o.name == "qos_IntDb_Init" || o.name == "qos_IntDb_Reset") {
-      o.locking = Locking::Itself;
-    } else if (o.name == "qos_taDb_Lock") {
-      o.locking = Locking::Takes;
-    } else if (o.name == "qos_taDb_Unlock") {
-      o.locking = Locking::Gives;
-    }
-  }
+  for (Operation& o : t) o.locking = lockingOf(o.name);
   return t;
 }
 
@@ -407,10 +408,9 @@ const std::vector<Operation>& operations() {
 }
 
 const Operation* findOperation(const std::string& name) {
-  for (const auto& o : operations()) {
-    if (o.name == name) return &o;
-  }
-  return nullptr;
+  const auto& ops = operations();
+  auto it = std::find_if(ops.begin(), ops.end(), [&name](const Operation& o) { return o.name == name; });
+  return it == ops.end() ? nullptr : &*it;
 }
 
 void resetHarnessState() {
