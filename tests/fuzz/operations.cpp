@@ -108,28 +108,28 @@ struct Arg<void*> {
   static void* get(Call& c) { return c.nextPointerNull() ? nullptr : region(); }
 };
 
+uint32_t number(Call& c) { return c.in.number(); }
+
+// Four values (UCIDs, interface indexes, the mappings of a cluster's ports).
+template <typename T, T (*read)(Call&)>
+const T* four(Call& c) {
+  T* p = placed<T>(c, 4);
+  T v[4];
+  for (auto& x : v) x = read(c);
+  if (p != nullptr) std::memcpy(static_cast<void*>(p), v, sizeof v);
+  return p;
+}
+
 template <>
 struct Arg<const uint32_t*> {
   static constexpr char kind = 'f';
-  static const uint32_t* get(Call& c) {
-    uint32_t* p = placed<uint32_t>(c, 4);
-    uint32_t v[4];
-    for (auto& x : v) x = c.in.number();
-    if (p != nullptr) std::memcpy(p, v, sizeof v);
-    return p;
-  }
+  static const uint32_t* get(Call& c) { return four<uint32_t, number>(c); }
 };
 
 template <>
 struct Arg<const SidChannelMapping*> {
   static constexpr char kind = 'm';
-  static const SidChannelMapping* get(Call& c) {
-    SidChannelMapping* p = placed<SidChannelMapping>(c, 4);
-    SidChannelMapping v[4];
-    for (auto& m : v) m = mapping(c);
-    if (p != nullptr) std::memcpy(p, v, sizeof v);
-    return p;
-  }
+  static const SidChannelMapping* get(Call& c) { return four<SidChannelMapping, mapping>(c); }
 };
 
 template <>
