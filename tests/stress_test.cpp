@@ -46,6 +46,7 @@ const qos::QosIntDbRegion& image() { return *reinterpret_cast<const qos::QosIntD
 struct Flow {
   uint32_t state = QOS_SF_OPERATIONAL;
   std::map<uint16_t, uint32_t> classifiers;  // identifier -> status
+  uint32_t phsRules = 0;                     // counted as they are added or deleted, whatever the outcome
   uint16_t nextClsfId = 1;
   bool busy = false;
 };
@@ -160,6 +161,7 @@ class Player {
         expect(qos_intDb_AddSfId(t.sfId, direction, ta) == 0, "AddSfId");
         for (uint32_t c = 0; c < count; ++c) expect(qos_intDb_AddClsfId(t.sfId, f.nextClsfId + c, ta) == 0, "AddClsfId");
         if (count > 0) expect(qos_intDb_AddPhsId(t.sfId, f.nextClsfId, ta) == 0, "AddPhsId");
+        f.phsRules = count > 0 ? 1 : 0;
       } else {
         // Modem-initiated: by reference; the SFID and identifiers arrive with the response.
         uint32_t ref = (static_cast<uint32_t>(index_) + 1) * kRefSpan + (serial_ % kRefSpan), i = 0, ci = 0;
@@ -186,6 +188,19 @@ class Player {
       if (what == 1) expect(qos_intDb_ChangeClassifier(sf, clsfIndex(t.sfId, id), ta) == 0, "ChangeClassifier");
       if (what == 2) expect(qos_intDb_DeleteClassifier(sf, clsfIndex(t.sfId, id), ta) == 0, "DeleteClassifier");
       if (what != 0) t.marked[id] = what == 1 ? QOS_CLSF_CHANGING : QOS_CLSF_DELETING;
+    }
+    if (!f.classifiers.empty()) {
+      const uint16_t id = f.classifiers.begin()->first;
+      uint32_t what = pick(4);
+      if (what == 1) expect(qos_intDb_ChangePhs(t.sfId, id, ta) == 0, "ChangePhs");
+      if (what == 2) {
+        expect(qos_intDb_AppendPhs_ClsfId(t.sfId, id, ta) == 0, "AppendPhs_ClsfId");
+        ++f.phsRules;
+      }
+      if (what == 3 && f.phsRules > 0) {
+        expect(qos_intDb_DeletePhs(t.sfId, ta, 0) == 0, "DeletePhs");
+        --f.phsRules;
+      }
     }
     if (pick(2) == 0) {
       expect(qos_intDb_AppendClsfId(sf, f.nextClsfId, ta) == 0, "AppendClsfId");
@@ -245,13 +260,13 @@ class Player {
   void verify() {
     qos_taDb_Lock();
     const qos::QosIntDbRegion& r = image();
-    std::map<uint32_t, uint32_t> seenFlows;
+    std::map<uint32_t, std::pair<uint32_t, uint32_t>> seenFlows;  // SFID -> state, PHS rules
     std::map<uint32_t, std::map<uint16_t, uint32_t>> seenClsf;
     for (const qos::SfRow& row : r.sf) {
       if (!row.used() || !mine(row.sfId)) continue;
       expect(seenFlows.count(row.sfId) == 0, "flow " + std::to_string(row.sfId) + " twice");
       expect(row.taIndex == -1 && row.heldTaIndex == -1, "flow still bound to a transaction");
-      seenFlows[row.sfId] = row.state;
+      seenFlows[row.sfId] = {row.state, row.phsCounter};
     }
     for (const qos::ClsfRow& row : r.clsf) {
       if (!row.used() || !mine(row.sfId)) continue;
@@ -259,10 +274,10 @@ class Player {
       seenClsf[row.sfId][row.clsfId] = row.status;
     }
     qos_taDb_Unlock();
-    std::map<uint32_t, uint32_t> wantFlows;
+    std::map<uint32_t, std::pair<uint32_t, uint32_t>> wantFlows;
     std::map<uint32_t, std::map<uint16_t, uint32_t>> wantClsf;
     for (auto& [id, f] : flows_) {
-      wantFlows[id] = f.state;
+      wantFlows[id] = {f.state, f.phsRules};
       if (!f.classifiers.empty()) wantClsf[id] = f.classifiers;
     }
     expect(seenFlows == wantFlows, "flow rows differ from the account");
