@@ -82,8 +82,8 @@ TEST_F(InspectTest, EachBrokenInvariantIsFoundWithItsClass) {
       {"ta[0].authLen", kCorrupt, [](QosIntDbRegion& r) { r.ta[0].authLen = 256; }},
       {"ta[2]", kCorrupt, [](QosIntDbRegion& r) { r.ta[2].taId = 5; }},
       {"taControl.lastCmTaId", kCorrupt, [](QosIntDbRegion& r) { r.taControl.lastCmTaId = 0x8000; }},
-      {"dbc.modCount", kCorrupt, [](QosIntDbRegion& r) { r.dbc.modCount = 39; }},
-      {"dbc.modDb[0].addCount", kCorrupt,
+      {"dbc.modCount", kSuspect, [](QosIntDbRegion& r) { r.dbc.modCount = 39; }},
+      {"dbc.modDb[0].addCount", kSuspect,
        [](QosIntDbRegion& r) {
          r.dbc.modCount = 1;
          r.dbc.modDb[0].addCount = 5;

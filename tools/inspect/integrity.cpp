@@ -362,10 +362,11 @@ class Checker {
         continue;
       }
       if (m.addCount > QOS_DBC_MAPS_PER_MOD) {
-        corrupt(field("dbc.modDb", k, "addCount"), format("is %u; an entry holds at most 4 adds", m.addCount));
+        suspect(field("dbc.modDb", k, "addCount"), format("is %u; an entry holds at most 4 adds (a direct write)", m.addCount));
       }
       if (m.deleteCount > QOS_DBC_MAPS_PER_MOD) {
-        corrupt(field("dbc.modDb", k, "deleteCount"), format("is %u; an entry holds at most 4 deletes", m.deleteCount));
+        suspect(field("dbc.modDb", k, "deleteCount"),
+                format("is %u; an entry holds at most 4 deletes (a direct write)", m.deleteCount));
       }
       if (m.activeIndex < -1 || m.activeIndex >= QOS_DBC_ACTIVE_ENTRIES) {
         suspect(field("dbc.modDb", k, "activeIndex"), format("is %d, no ActiveDb entry", m.activeIndex));
@@ -392,10 +393,12 @@ class Checker {
   }
 
   // The entries of a list that can be read: the count, or the capacity when
-  // the count is beyond it (which is corrupt).
+  // the count is beyond it. The library never writes such a count, but
+  // clients write the store directly, and the library reads it as the
+  // capacity: suspect, not corrupt.
   uint32_t count(const char* where, uint32_t value, uint32_t capacity) {
     if (value <= capacity) return value;
-    corrupt(where, format("is %u, above the list's %u entries", value, capacity));
+    suspect(where, format("is %u, above the list's %u entries (a direct write)", value, capacity));
     return capacity;
   }
 
