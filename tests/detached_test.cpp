@@ -1,6 +1,9 @@
 // detached_test.cpp - a process that never attached: every operation
 // refuses with its family's message, and nothing crashes. No test in this
 // file may attach.
+#include <sys/ipc.h>
+#include <sys/shm.h>
+
 #include "support/fixture.h"
 
 namespace qostest {
@@ -70,6 +73,22 @@ TEST(Detached, EveryFamilyRefusesWithItsMessage) {
   EXPECT_EQ(qos_intDb_DsdReqRecieved(), 0);
   EXPECT_EQ(qos_intDb_MsgUpdateError(0, 1), 0);
   EXPECT_EQ(logs.records().size(), 1u);  // only the setter behind MsgUpdateError
+}
+
+// A segment 14 of another size (left by a foreign program) cannot become the
+// region: the create fails, nothing is attached.
+TEST(Detached, InitRefusesASegmentItCannotCreate) {
+  LogCapture logs;
+  int foreign = shmget(QOS_REGION_SEGMENT_ID, 100, IPC_CREAT | 0660);
+  ASSERT_NE(foreign, -1);
+  EXPECT_EQ(qos_IntDb_Init(), -1);
+  ASSERT_EQ(logs.records().size(), 1u);
+  EXPECT_EQ(logs.records()[0].text, "******* QOS internal DB create failure *********");
+  EXPECT_EQ(logs.records()[0].function, "qos_IntDb_Init");
+  EXPECT_EQ(logs.records()[0].level, 1);
+  EXPECT_EQ(dbcTaDb, nullptr);
+  EXPECT_EQ(qos_IntDb_Reset(), -1);  // still no region
+  shmctl(foreign, IPC_RMID, nullptr);
 }
 
 }  // namespace
