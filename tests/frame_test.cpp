@@ -1,8 +1,6 @@
-// frame_test.cpp - the region after creation, attachment from other
-// processes, and the lock between processes.
+// frame_test.cpp - the region after creation, attachment from another
+// process, reset and a second creation. The lock itself: lock_test.
 #include <sys/sem.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include "support/fixture.h"
 
@@ -49,50 +47,27 @@ TEST_F(Frame, AnotherProcessAttachesAndSeesTheRows) {
   EXPECT_TRUE(changedOffsets(before, snapshot()).empty());
 }
 
-// Two processes, 10000 locked read-yield-write cycles each: no update lost.
-TEST_F(Frame, TheLockSerialisesProcesses) {
-  uint32_t row = 0;
-  ASSERT_EQ(qos_TaDb_AddNewTa(0, QOS_TA_DSA, 0, 0, nullptr, &row), 0);
-  PeerResult results[2];
-  pid_t pids[2];
-  for (int i = 0; i < 2; ++i) {
-    pids[i] = fork();
-    if (pids[i] == 0) _exit(runPeer({"increment", "10000", std::to_string(row)}).status);
-  }
-  for (int i = 0; i < 2; ++i) {
-    int status = -1;
-    waitpid(pids[i], &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-  }
-  uint32_t total = 0;
-  EXPECT_EQ(qos_TaDb_GetTaSubtype(row, &total), 0);
-  EXPECT_EQ(total, 20000u);
-  EXPECT_EQ(semctl(semget(QOS_SEM_KEY, 1, 0), 0, GETVAL), 1);  // left free
-}
-
-TEST_F(Frame, ResetEmptiesTablesButKeepsIdsAndTheBondingStore) {
+// A reset empties the tables but keeps the generated IDs and the bonding
+// change store; a second qos_IntDb_Init starts from zero.
+TEST_F(Frame, ResetKeepsIdsAndTheBondingStoreInitAgainDoesNot) {
   uint32_t row = 0;
   qos_TaDb_AddNewTa(0, QOS_TA_DSA, 0, 0, nullptr, &row);
   const uint8_t bytes[3] = {1, 2, 3};
   qos_intDb_MsgUpdateReqBuffer(row, bytes, 3);
-  put<uint32_t>(79796, 5);          // bonding change store: modCount
-  put<int32_t>(16640 + 8, 17);      // sfDbMaxIndex
-  put<uint32_t>(80 * 17, 1);        // a used flow row
+  put<uint32_t>(79796, 5);      // bonding change store: modCount
+  put<int32_t>(16640 + 8, 17);  // sfDbMaxIndex
+  put<uint32_t>(80 * 17, 1);    // a used flow row
   ASSERT_EQ(qos_IntDb_Reset(), 0);
-  EXPECT_EQ(at<uint32_t>(76784), 0u);          // transaction row free
-  EXPECT_EQ(at<uint16_t>(79784 + 8), 1u);      // generated IDs go on
-  EXPECT_EQ(at<uint32_t>(23852 + 1600), 0u);   // request emptied
+  EXPECT_EQ(at<uint32_t>(76784), 0u);         // transaction row free
+  EXPECT_EQ(at<uint16_t>(79784 + 8), 1u);     // generated IDs go on
+  EXPECT_EQ(at<uint32_t>(23852 + 1600), 0u);  // request emptied
   EXPECT_EQ(at<uint8_t>(23852), 0u);
   EXPECT_EQ(at<uint32_t>(80 * 17), 0u);
   EXPECT_EQ(at<int32_t>(16640 + 8), 0);
   EXPECT_EQ(at<uint32_t>(79796), 5u);
   EXPECT_EQ(semctl(semget(QOS_SEM_KEY, 1, 0), 0, GETVAL), 1);
-}
 
-TEST_F(Frame, InitAgainStartsFromZero) {
-  uint32_t row = 0;
   qos_TaDb_AddNewTa(0, QOS_TA_DSA, 0, 0, nullptr, &row);
-  put<uint32_t>(79796, 5);
   ASSERT_EQ(qos_IntDb_Init(), 0);
   EXPECT_EQ(at<uint16_t>(79784 + 8), 0u);
   EXPECT_EQ(at<uint32_t>(79796), 0u);
