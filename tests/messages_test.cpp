@@ -146,6 +146,12 @@ TEST_F(Messages, ErrorRecordValuesAndFailureOutputs) {
                 qos_intDb_MsgSetErroredSfId(6, 0x99),
             0);
   EXPECT_EQ(record(6), (std::vector<uint32_t>{2, 11, 12, 13, 14, 0x99}));
+  std::vector<uint32_t> got(6, 55);  // the getters read the same words
+  EXPECT_EQ(qos_intDb_MsgGetConfCode(6, &got[0]) | qos_intDb_MsgGetErrorCode(6, &got[1]) |
+                qos_intDb_MsgGetErrorType(6, &got[2]) | qos_intDb_MsgGetErrorSubType(6, &got[3], &got[4]) |
+                qos_intDb_MsgGetErroredSfId(6, &got[5]),
+            0);
+  EXPECT_EQ(got, record(6));
 
   // What a refused getter leaves in its outputs (55: untouched).
   uint32_t out[5] = {55, 55, 55, 55, 55};
