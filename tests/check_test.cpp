@@ -10,13 +10,10 @@ constexpr std::size_t kStats = 16640;
 
 struct Flow {
   uint32_t state = QOS_SF_OPERATIONAL;
-  uint8_t direction = QOS_DIR_DOWNSTREAM;
-  uint8_t paramSet = 0;
+  uint8_t direction = QOS_DIR_DOWNSTREAM, paramSet = 0;
   uint16_t sid = 0;
   int8_t clusters = 0;
-  uint32_t classifiers = 0;
-  uint32_t phsRules = 0;
-  uint32_t sfId = 0;
+  uint32_t classifiers = 0, phsRules = 0, sfId = 0;
   uint16_t ref = 0;
 };
 
@@ -30,7 +27,6 @@ void flows(int first, int n, const Flow& f) {
     if (row > at<int32_t>(kStats + 8)) put<int32_t>(kStats + 8, row);
   }
 }
-
 void clsf(int row, uint32_t status, uint8_t ref, uint16_t clsfId) {
   std::size_t o = 10240u + 20u * row;
   put<uint32_t>(o, status), put<uint8_t>(o + 4, ref), put<uint16_t>(o + 6, clsfId);
@@ -39,15 +35,10 @@ void clsf(int row, uint32_t status, uint8_t ref, uint16_t clsfId) {
 void limit(int32_t clsfMaxNum) { put<int32_t>(kStats + 20, clsfMaxNum); }
 
 Flow ds(uint32_t classifiers = 0, uint32_t phsRules = 0) {
-  Flow f;
-  f.classifiers = classifiers, f.phsRules = phsRules;
-  return f;
+  return {QOS_SF_OPERATIONAL, QOS_DIR_DOWNSTREAM, 0, 0, 0, classifiers, phsRules};
 }
 Flow us(uint8_t paramSet, uint16_t sid, int8_t clusters = 0, uint32_t classifiers = 0) {
-  Flow f;
-  f.direction = QOS_DIR_UPSTREAM, f.paramSet = paramSet, f.sid = sid, f.clusters = clusters;
-  f.classifiers = classifiers;
-  return f;
+  return {QOS_SF_OPERATIONAL, QOS_DIR_UPSTREAM, paramSet, sid, clusters, classifiers};
 }
 Flow state(Flow f, uint32_t state, uint32_t sfId = 0, uint16_t ref = 0) {
   f.state = state, f.sfId = sfId, f.ref = ref;
@@ -129,11 +120,8 @@ TEST_F(Check, LimitsAndTheirOrder) {
     auto before = snapshot();
     EXPECT_EQ(qos_intDb_CheckCorrectness(), c.result);
     EXPECT_EQ(logs.texts(), c.texts);
-    for (const auto& r : logs.records()) {
-      EXPECT_EQ(r.level, 1);
-      EXPECT_EQ(r.module, 24);
-      EXPECT_EQ(r.function, "qos_intDb_CheckCorrectness");
-    }
+    for (const auto& r : logs.records())
+      EXPECT_EQ(std::make_tuple(r.level, r.module, r.function), std::make_tuple(1, 24, "qos_intDb_CheckCorrectness"));
     EXPECT_EQ(changedOffsets(before, snapshot()), std::vector<std::size_t>{});
   }
 }

@@ -20,10 +20,7 @@ Vals fields(std::initializer_list<std::pair<std::size_t, int>> list) {
 
 class Dbc : public StoreTest {
  protected:
-  void SetUp() override {
-    StoreTest::SetUp();
-    for (uint8_t p = 1; p <= 4; ++p) qos_host_docsis_set_port_ucid(p, p);
-  }
+  void SetUp() override { StoreTest::SetUp(); for (uint8_t p = 1; p <= 4; ++p) qos_host_docsis_set_port_ucid(p, p); }
   void active(int row, uint32_t sfId) { put<uint32_t>(21460 + 12 * row, 1), put<uint32_t>(21460 + 12 * row + 4, sfId); }
   void cluster(uint32_t sfId, uint8_t clusterId, const Ports& ports) {
     SidChannelMapping m[4] = {};

@@ -14,10 +14,8 @@ class Walks : public StoreTest {
  protected:
   qos::QosIntDbRegion& db() { return *reinterpret_cast<qos::QosIntDbRegion*>(region()); }
   void flow(int row, uint32_t state, uint32_t sfId, uint16_t ref, uint16_t sid) {
-    db().sf[row].state = state;
-    db().sf[row].sfId = sfId;
-    db().sf[row].ref = ref;
-    db().sf[row].sid = sid;
+    qos::SfRow& r = db().sf[row];
+    r.state = state, r.sfId = sfId, r.ref = ref, r.sid = sid;
     db().stats.sfDbMaxIndex = std::max(db().stats.sfDbMaxIndex, row);
   }
   void cluster(int row, uint32_t status, uint32_t sfId, uint8_t clusterId, const Ports& ports) {
@@ -33,9 +31,6 @@ class Walks : public StoreTest {
     while (out.size() < 50 && next(from, to) == 0) out.push_back(from = to);
     return out;
   }
-  static std::vector<Idx> cmServiceWalk(const uint32_t (&ifs)[4]) {
-    return walk(2, [&](const Idx& a, Idx& b) { return qos_intDb_GetNextCmServiceTableIndex(a[0], a[1], ifs, &b[0], &b[1]); });
-  }
 };
 
 TEST_F(Walks, CmServiceWalkInBothUpstreamModes) {
@@ -46,14 +41,17 @@ TEST_F(Walks, CmServiceWalkInBothUpstreamModes) {
   cluster(1, 1, 8, 1, {{1, 10}, {2, 0}, {0, 0}, {4, 0xFFFF}});
   cluster(2, 0, 7, 1, {{1, 40}});
   const uint32_t ifs[4] = {5, 4, 0, 0xFFFFFFFF};
+  auto cmServiceWalk = [&] {
+    return walk(2, [&](const Idx& a, Idx& b) { return qos_intDb_GetNextCmServiceTableIndex(a[0], a[1], ifs, &b[0], &b[1]); });
+  };
   for (auto [multiple, tcc] : {std::pair{0, 1}, std::pair{1, 0}}) {
     qos_host_docsis_set_upstream_mode(multiple, tcc);
-    EXPECT_EQ(cmServiceWalk(ifs), (std::vector<Idx>{{5, 3}, {5, 7}, {5, 12}}));
+    EXPECT_EQ(cmServiceWalk(), (std::vector<Idx>{{5, 3}, {5, 7}, {5, 12}}));
   }
   uint32_t next = 99;
   EXPECT_EQ(qos_intDb_GetSnmpNextSid(12, &next), -1);
   qos_host_docsis_set_upstream_mode(1, 1);
-  EXPECT_EQ(cmServiceWalk(ifs), (std::vector<Idx>{{4, 20}, {5, 10}, {0xFFFFFFFF, 0xFFFF}}));
+  EXPECT_EQ(cmServiceWalk(), (std::vector<Idx>{{4, 20}, {5, 10}, {0xFFFFFFFF, 0xFFFF}}));
   EXPECT_EQ(qos_intDb_GetNextCmServiceTableIndex(5, 9, nullptr, &next, &next), -1);
   EXPECT_EQ(next, 99u);
   EXPECT_TRUE(logs.records().empty());

@@ -1,8 +1,6 @@
 // qosdb_test.cpp - the qosdb tool, run as its own process against this
 // test's store (the test process sits in a private IPC namespace, and the
 // tool, its child, shares it).
-#include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/sem.h>
 #include <sys/wait.h>
@@ -21,91 +19,74 @@
 
 namespace {
 
-using qostest::PeerResult;
-using qostest::runProgram;
+using nlohmann::json;
+using Out = std::pair<int, std::string>;  // exit status, output
 
-PeerResult qosdb(const std::vector<std::string>& args) { return runProgram(QOSDB_BIN, args, true); }
-PeerResult qosdbOut(const std::vector<std::string>& args) { return runProgram(QOSDB_BIN, args); }
-
+// qosdb's exit status and output: standard output, and standard error with `err`.
+Out qosdb(const std::vector<std::string>& args, bool err = true) {
+  qostest::PeerResult r = qostest::runProgram(QOSDB_BIN, args, err);
+  return {r.status, r.out};
+}
+std::string qosdbOut(const std::vector<std::string>& args) { return qosdb(args, false).second; }
 std::string scenario(const char* name) { return std::string(QOSDB_SCENARIOS) + "/" + name; }
-
 std::string writeScenario(const std::string& text) {
   std::string path = "/tmp/qosdb_test_" + std::to_string(getpid()) + ".qos";
   std::ofstream(path) << text;
   return path;
 }
-
 int semaphoreValue() { return semctl(semget(QOS_SEM_KEY, 1, 0), 0, GETVAL); }
+bool intact() {
+  auto copy = std::make_unique<qos::QosIntDbRegion>();
+  std::memcpy(copy.get(), qostest::region(), sizeof *copy);
+  return qos::inspect::checkIntegrity(*copy).empty();
+}
 
 // A qosdb process that runs alongside the test; its output is read line by line.
 class Background {
  public:
   explicit Background(const std::vector<std::string>& args) {
-    int fds[2];
-    EXPECT_EQ(pipe2(fds, O_CLOEXEC), 0);
-    std::vector<std::string> words = qostest::commandWords(QOSDB_BIN, args);
-    pid_ = fork();
-    if (pid_ == 0) {
-      dup2(fds[1], STDOUT_FILENO);
-      dup2(fds[1], STDERR_FILENO);
-      std::vector<char*> argv;
-      for (auto& w : words) argv.push_back(const_cast<char*>(w.c_str()));
-      argv.push_back(nullptr);
-      execvp(argv[0], argv.data());
-      _exit(127);
-    }
-    close(fds[1]);
-    fd_ = fds[0];
+    std::string command;
+    for (const auto& w : qostest::commandWords(QOSDB_BIN, args)) command += "'" + w + "' ";
+    out_ = popen((command + "2>&1").c_str(), "r");
   }
-  // The next line, or "" at the end of the output.
   std::string line() {
-    std::string out;
-    char c;
-    while (read(fd_, &c, 1) == 1 && c != '\n') out += c;
-    return out;
+    char buf[256] = "";
+    std::string s = std::fgets(buf, sizeof buf, out_) ? buf : "";
+    return s.substr(0, s.find('\n'));
   }
   // Everything up to the end, then the exit status.
   int finish(std::string& rest) {
     char buf[1024];
-    for (ssize_t n; (n = read(fd_, buf, sizeof buf)) > 0;) rest.append(buf, static_cast<std::size_t>(n));
-    close(fd_);
-    int status = 0;
-    waitpid(pid_, &status, 0);
+    for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, out_)) > 0;) rest.append(buf, n);
+    int status = pclose(out_);
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
 
  private:
-  pid_t pid_ = -1;
-  int fd_ = -1;
+  FILE* out_;
 };
 
 // ---- administration (first in this file: they need a namespace without a store) ------------
 
-TEST(QosdbWithoutStore, EveryCommandSaysThereIsNoStore) {
-  const std::vector<std::vector<std::string>> commands = {{"show"}, {"check"}, {"reset"}, {"lock-status"}};
-  for (const auto& args : commands) {
-    PeerResult r = qosdb(args);
-    EXPECT_EQ(r.status, 1) << args[0];
-    EXPECT_EQ(r.out.rfind("qosdb: no store here: ", 0), 0u) << r.out;
-    EXPECT_EQ(std::count(r.out.begin(), r.out.end(), '\n'), 1) << r.out;
+TEST(QosdbWithoutStore, EveryCommandSaysThereIsNoStoreThenInitResetDestroy) {
+  for (const char* command : {"show", "check", "reset", "lock-status"}) {
+    Out r = qosdb({command});
+    EXPECT_EQ(r.first, 1) << command;
+    EXPECT_EQ(r.second.rfind("qosdb: no store here: ", 0), 0u) << r.second;
+    EXPECT_EQ(std::count(r.second.begin(), r.second.end(), '\n'), 1) << r.second;
   }
-  EXPECT_EQ(qosdb({"destroy"}).out, "qosdb: no store here: neither segment 14 nor semaphore 4656 exists\n");
-}
+  EXPECT_EQ(qosdb({"destroy"}).second, "qosdb: no store here: neither segment 14 nor semaphore 4656 exists\n");
 
-TEST(QosdbWithoutStore, InitResetDestroy) {
-  PeerResult r = qosdbOut({"init"});
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.out, "store created: region of 85032 bytes (segment 14), every table reset, semaphore 4656 free\n");
+  EXPECT_EQ(qosdb({"init"}, false),
+            (Out{0, "store created: region of 85032 bytes (segment 14), every table reset, semaphore 4656 free\n"}));
   EXPECT_EQ(semaphoreValue(), 1);
-  ASSERT_EQ(qosdbOut({"run", scenario("registration.qos")}).status, 0);
-  EXPECT_EQ(nlohmann::json::parse(qosdbOut({"show", "--json", "flows"}).out)["sf"].size(), 3u);
-
-  EXPECT_EQ(qosdbOut({"reset"}).out,
-            "store reset: flows, classifiers, SID clusters, active tables, messages and transactions are empty; "
-            "the bonding change store is kept\n");
-  EXPECT_EQ(qosdbOut({"show", "--json", "flows"}).out, "{\n  \"sf\": []\n}\n");
-  EXPECT_EQ(qosdbOut({"destroy"}).out, "removed segment 14 and semaphore 4656\n");
-  EXPECT_EQ(qosdb({"show"}).status, 1);
+  ASSERT_EQ(qosdb({"run", scenario("registration.qos")}).first, 0);
+  EXPECT_EQ(json::parse(qosdbOut({"show", "--json", "flows"}))["sf"].size(), 3u);
+  EXPECT_EQ(qosdbOut({"reset"}), "store reset: flows, classifiers, SID clusters, active tables, messages and transactions "
+                                 "are empty; the bonding change store is kept\n");
+  EXPECT_EQ(qosdbOut({"show", "--json", "flows"}), "{\n  \"sf\": []\n}\n");
+  EXPECT_EQ(qosdbOut({"destroy"}), "removed segment 14 and semaphore 4656\n");
+  EXPECT_EQ(qosdb({"show"}).first, 1);
 }
 
 // ---- show ------------------------------------------------------------------------
@@ -114,16 +95,12 @@ class QosdbShow : public qostest::StoreTest {
  protected:
   void SetUp() override {
     StoreTest::SetUp();
-    const uint8_t auth[3] = {0xa1, 0xb2, 0xc3};
+    const uint8_t auth[3] = {0xa1, 0xb2, 0xc3}, req[3] = {0x80, 0x01, 0x18};
     ASSERT_EQ(qos_TaDb_AddNewTa(0x8001, QOS_TA_DSC, QOS_TA_BY_CMTS, 3, auth, &ta_), 0);
     qos_taDb_Lock();
-    qos_intDb_AddSf(0x1001, 1, QOS_DIR_UPSTREAM);
-    qos_intDb_AddSf(0x1002, 2, QOS_DIR_DOWNSTREAM);
-    qos_intDb_SetSfSid(0, 0x11);
-    qos_intDb_SetServiceFlowParamSet(0, 5);
-    qos_intDb_ChangeSF(1, static_cast<int32_t>(ta_));
-    const uint8_t req[3] = {0x80, 0x01, 0x18};
-    qos_intDb_MsgUpdateReqBuffer(ta_, req, sizeof req);
+    qos_intDb_AddSf(0x1001, 1, QOS_DIR_UPSTREAM), qos_intDb_AddSf(0x1002, 2, QOS_DIR_DOWNSTREAM);
+    qos_intDb_SetSfSid(0, 0x11), qos_intDb_SetServiceFlowParamSet(0, 5);
+    qos_intDb_ChangeSF(1, static_cast<int32_t>(ta_)), qos_intDb_MsgUpdateReqBuffer(ta_, req, sizeof req);
     qos_taDb_Unlock();
   }
   uint32_t ta_ = 0;
@@ -131,120 +108,78 @@ class QosdbShow : public qostest::StoreTest {
 
 TEST_F(QosdbShow, JsonHoldsWhatTheLibraryReports) {
   auto before = qostest::snapshot();
-  PeerResult r = qosdbOut({"show", "--json"});
-  ASSERT_EQ(r.status, 0) << r.out;
-  auto doc = nlohmann::json::parse(r.out);
-
+  Out r = qosdb({"show", "--json"}, false);
+  ASSERT_EQ(r.first, 0) << r.second;
+  json doc = json::parse(r.second);
   ASSERT_EQ(doc["sf"].size(), 2u);
-  for (const auto& row : doc["sf"]) {
+  for (const json& row : doc["sf"]) {
     uint32_t i = row["index"], sfId = 0, state = 0;
     uint16_t sid = 0;
     uint8_t dir = 0, params = 0;
     int32_t taIndex = 0;
     ASSERT_EQ(qos_intDb_GetSfId(i, &sfId), 0);
-    qos_intDb_GetSFState(i, &state);
-    qos_intDb_GetSfSid(i, &sid);
-    qos_intDb_GetServiceFlowDirection(i, &dir);
-    qos_intDb_GetServiceFlowParamSet(i, &params);
-    qos_intDb_GetSFTaIndex(i, &taIndex);
-    EXPECT_EQ(row["sfId"], sfId);
-    EXPECT_EQ(row["state"], state);
-    EXPECT_EQ(row["sid"], sid);
-    EXPECT_EQ(row["direction"], dir);
-    EXPECT_EQ(row["paramSetType"], params);
-    EXPECT_EQ(row["taIndex"], taIndex);
+    qos_intDb_GetSFState(i, &state), qos_intDb_GetSfSid(i, &sid), qos_intDb_GetServiceFlowDirection(i, &dir);
+    qos_intDb_GetServiceFlowParamSet(i, &params), qos_intDb_GetSFTaIndex(i, &taIndex);
+    EXPECT_EQ((json{row["sfId"], row["state"], row["sid"], row["direction"], row["paramSetType"], row["taIndex"]}),
+              (json{sfId, state, sid, dir, params, taIndex}));
   }
-  const auto& ta = doc["ta"][0];
   uint16_t taId = 0;
   uint32_t type = 0, initiator = 0;
-  qos_TaDb_GetTaId(ta_, &taId);
-  qos_TaDb_GetTaType(ta_, &type);
-  qos_TaDb_GetTaInitiator(ta_, &initiator);
-  EXPECT_EQ(ta["index"], ta_);
-  EXPECT_EQ(ta["taId"], taId);
-  EXPECT_EQ(ta["type"], type);
-  EXPECT_EQ(ta["initiator"], initiator);
-  EXPECT_EQ(ta["authBlock"], "a1b2c3");
-  EXPECT_EQ(doc["msgs"][0]["req"], (nlohmann::json{{"length", 3}, {"data", "800118"}}));
-  EXPECT_EQ(doc["stats"]["sfDbMaxIndex"], 1);
-  EXPECT_EQ(doc["stats"]["clsfMaxNum"], 160);
-  EXPECT_EQ(doc["clsf"], nlohmann::json::array());
+  qos_TaDb_GetTaId(ta_, &taId), qos_TaDb_GetTaType(ta_, &type), qos_TaDb_GetTaInitiator(ta_, &initiator);
+  const json& ta = doc["ta"][0];
+  EXPECT_EQ((json{ta["index"], ta["taId"], ta["type"], ta["initiator"], ta["authBlock"]}),
+            (json{ta_, taId, type, initiator, "a1b2c3"}));
+  EXPECT_EQ(doc["msgs"][0]["req"], (json{{"length", 3}, {"data", "800118"}}));
+  EXPECT_EQ((json{doc["stats"]["sfDbMaxIndex"], doc["stats"]["clsfMaxNum"], doc["clsf"]}),
+            (json{1, 160, json::array()}));
   EXPECT_EQ(qostest::changedOffsets(before, qostest::snapshot()), std::vector<std::size_t>{});
 }
 
 TEST_F(QosdbShow, TextNamesTheValuesMeanings) {
-  PeerResult r = qosdbOut({"show", "flows", "transactions"});
-  ASSERT_EQ(r.status, 0);
-  EXPECT_EQ(r.out,
-            "Service flows (sf): 2 in use, sfDbMaxIndex 1\n"
-            "  idx  state        sfId    ref  dir   sid   paramSet  taIndex  held  committed  clusters  clsf  phs  "
-            "appended  deleted  qosDbIndex  pair  clusterIdx\n"
-            "  0    operational  0x1001  1    up    0x11  prov+act  -        -     0          0         0     0    "
-            "0         0        0           0     0\n"
-            "  1    changing     0x1002  2    down  0x0   -         0        -     0          0         0     0    "
-            "0         0        0           0     0\n"
-            "\n"
-            "DSX transactions (ta): 1 in use, lastCmTaId 0x0, taRowsUsed 1, retryLimit 3\n"
-            "  idx  taId    type  initiator  smState  retries  subtype  authLen  authBlock\n"
-            "  0    0x8001  DSC   CMTS       0        0        0        3        a1b2c3\n");
+  EXPECT_EQ(qosdb({"show", "flows", "transactions"}, false),
+            (Out{0,
+                 "Service flows (sf): 2 in use, sfDbMaxIndex 1\n"
+                 "  idx  state        sfId    ref  dir   sid   paramSet  taIndex  held  committed  clusters  clsf  phs  "
+                 "appended  deleted  qosDbIndex  pair  clusterIdx\n"
+                 "  0    operational  0x1001  1    up    0x11  prov+act  -        -     0          0         0     0    "
+                 "0         0        0           0     0\n"
+                 "  1    changing     0x1002  2    down  0x0   -         0        -     0          0         0     0    "
+                 "0         0        0           0     0\n"
+                 "\n"
+                 "DSX transactions (ta): 1 in use, lastCmTaId 0x0, taRowsUsed 1, retryLimit 3\n"
+                 "  idx  taId    type  initiator  smState  retries  subtype  authLen  authBlock\n"
+                 "  0    0x8001  DSC   CMTS       0        0        0        3        a1b2c3\n"}));
 }
 
-// ---- bad input -----------------------------------------------------------------------
-
 TEST_F(QosdbShow, BadCommandsChangeNothing) {
-  struct Case {
-    std::vector<std::string> args;
-    int status;
-    std::string out;
-  };
-  const Case cases[] = {
-      {{"show", "flows", "bogus"}, 2,
-       "qosdb: unknown table 'bogus' (tables: flows, classifiers, clusters, switchover, active, phs, transactions, "
-       "messages, errors, dbc, stats, all)\n"},
-      {{"init"}, 1, "qosdb: a store exists already; qosdb reset empties it, qosdb init --force creates it anew\n"},
-      {{"unlock"}, 2, "qosdb: unlock frees a lock whose holder died; say unlock --force\n"},
-      {{"unlock", "--force"}, 1, "qosdb: the lock is not taken (value 1); nothing to free\n"},
-      {{"run", "/nonexistent.qos"}, 2, "qosdb: cannot read scenario /nonexistent.qos\n"},
+  const std::pair<std::vector<std::string>, Out> cases[] = {
+      {{"show", "flows", "bogus"},
+       {2, "qosdb: unknown table 'bogus' (tables: flows, classifiers, clusters, switchover, active, phs, transactions, "
+           "messages, errors, dbc, stats, all)\n"}},
+      {{"init"}, {1, "qosdb: a store exists already; qosdb reset empties it, qosdb init --force creates it anew\n"}},
+      {{"unlock"}, {2, "qosdb: unlock frees a lock whose holder died; say unlock --force\n"}},
+      {{"unlock", "--force"}, {1, "qosdb: the lock is not taken (value 1); nothing to free\n"}},
+      {{"run", "/nonexistent.qos"}, {2, "qosdb: cannot read scenario /nonexistent.qos\n"}},
   };
   auto before = qostest::snapshot();
-  for (const Case& c : cases) {
-    PeerResult r = qosdb(c.args);
-    EXPECT_EQ(r.status, c.status) << c.args[0];
-    EXPECT_EQ(r.out, c.out);
-  }
+  for (const auto& [args, expected] : cases) EXPECT_EQ(qosdb(args), expected);
   EXPECT_EQ(qostest::changedOffsets(before, qostest::snapshot()), std::vector<std::size_t>{});
 }
 
-// ---- check -----------------------------------------------------------------------------
-
-TEST_F(QosdbShow, CheckPassesOnAStoreTheOperationsBuilt) {
-  PeerResult r = qosdbOut({"check"});
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.out, "registration check: passed\nintegrity: every invariant holds\n");
-}
-
-TEST_F(QosdbShow, CheckFailsOnAStoreDamagedOnPurposeAndSaysHow) {
-  qostest::put<uint32_t>(offsetof(qos::QosIntDbRegion, ta) + sizeof(qos::TaRow) * 3, 7);  // ta[3].rowStatus
+TEST_F(QosdbShow, CheckPassesOnAStoreTheOperationsBuiltAndSaysHowOneWasDamaged) {
+  EXPECT_EQ(qosdb({"check"}, false), (Out{0, "registration check: passed\nintegrity: every invariant holds\n"}));
+  const std::size_t ta3 = offsetof(qos::QosIntDbRegion, ta) + sizeof(qos::TaRow) * 3;  // ta[3].rowStatus
+  qostest::put<uint32_t>(ta3, 7);
   qos_intDb_SetSFState(5, QOS_SF_REFERENCED);  // a placeholder on a row the table never handed out
-  PeerResult r = qosdbOut({"check"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out,
-            "registration check: passed\n"
-            "suspect: sf[5] is in use above sfDbMaxIndex 1: scans never see it\n"
-            "corrupt: ta[3].rowStatus is 7; rows are 0 (free) or 1\n"
-            "integrity: 1 corrupt, 1 suspect\n");
-
-  qos_intDb_SetSFState(5, QOS_SF_EMPTY);
-  qostest::put<uint32_t>(offsetof(qos::QosIntDbRegion, ta) + sizeof(qos::TaRow) * 3, 0);
-  qos_intDb_SetSFState(1, QOS_SF_REFERENCED);
-  r = qosdbOut({"check"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out,
-            "registration check: failed: Classifier or PHS refer to unknown Service Flow: Ref=2, SF DB index=1\n"
-            "integrity: every invariant holds\n");
+  EXPECT_EQ(qosdb({"check"}, false), (Out{1, "registration check: passed\n"
+                                             "suspect: sf[5] is in use above sfDbMaxIndex 1: scans never see it\n"
+                                             "corrupt: ta[3].rowStatus is 7; rows are 0 (free) or 1\n"
+                                             "integrity: 1 corrupt, 1 suspect\n"}));
+  qos_intDb_SetSFState(5, QOS_SF_EMPTY), qostest::put<uint32_t>(ta3, 0), qos_intDb_SetSFState(1, QOS_SF_REFERENCED);
+  EXPECT_EQ(qosdb({"check"}, false),
+            (Out{1, "registration check: failed: Classifier or PHS refer to unknown Service Flow: Ref=2, SF DB index=1\n"
+                    "integrity: every invariant holds\n"}));
 }
-
-// ---- the lock ------------------------------------------------------------------------------
 
 TEST_F(QosdbShow, ALockLeftByAKilledProcessIsReportedAndFreedOnlyByForce) {
   int ready[2];
@@ -258,83 +193,58 @@ TEST_F(QosdbShow, ALockLeftByAKilledProcessIsReportedAndFreedOnlyByForce) {
   }
   char c;
   ASSERT_EQ(read(ready[0], &c, 1), 1);
-  const std::string pid = std::to_string(holder);
-
-  PeerResult r = qosdb({"unlock", "--force"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out, "qosdb: the lock is held by process " + pid + ", which still runs; refusing to free it\n");
-
+  const std::string pid = "process " + std::to_string(holder);
+  EXPECT_EQ(qosdb({"unlock", "--force"}), (Out{1, "qosdb: the lock is held by " + pid + ", which still runs; refusing to free it\n"}));
   kill(holder, SIGKILL);
   waitpid(holder, nullptr, 0);
-  EXPECT_EQ(qosdbOut({"lock-status"}).out,
-            "semaphore 4656: value 0, taken\n"
-            "last operation by process " + pid + ", no longer running\n"
-            "the lock is held by a dead process: qosdb unlock --force frees it\n"
-            "processes waiting for it: 0\n");
-  r = qosdb({"show"});
-  EXPECT_EQ(r.status, 1);
-  EXPECT_EQ(r.out, "qosdb: the lock is held by process " + pid + ", which no longer runs; qosdb unlock --force frees it\n");
-  EXPECT_EQ(qosdb({"show", "--no-lock", "flows"}).status, 0);
-
-  r = qosdb({"unlock", "--force"});
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.out, "lock freed (it was held by process " + pid + ", which no longer runs)\n");
+  EXPECT_EQ(qosdbOut({"lock-status"}), "semaphore 4656: value 0, taken\nlast operation by " + pid + ", no longer running\n"
+                                       "the lock is held by a dead process: qosdb unlock --force frees it\n"
+                                       "processes waiting for it: 0\n");
+  EXPECT_EQ(qosdb({"show"}), (Out{1, "qosdb: the lock is held by " + pid + ", which no longer runs; qosdb unlock --force frees it\n"}));
+  EXPECT_EQ(qosdb({"show", "--no-lock", "flows"}).first, 0);
+  EXPECT_EQ(qosdb({"unlock", "--force"}), (Out{0, "lock freed (it was held by " + pid + ", which no longer runs)\n"}));
   EXPECT_EQ(semaphoreValue(), 1);
 }
-
-// ---- events ---------------------------------------------------------------------------------
 
 TEST_F(QosdbShow, EventsPrintsTheEventsOfADscOnAHeldFlow) {
   Background events({"events", "--count", "2", "--timeout", "60"});
   ASSERT_EQ(events.line(), "listening for events to component 32");
-  EXPECT_EQ(qosdb({"events", "--count", "1"}).out, "qosdb: another process listens for component 32 already\n");
-
+  EXPECT_EQ(qosdb({"events", "--count", "1"}).second, "qosdb: another process listens for component 32 already\n");
   // The DSC of row ta_ ends and holds flow 1; a second DSC changes the held flow.
+  uint32_t dsc = 0, payload = 7;
   qos_taDb_Lock();
   qos_intDb_UpdateSfOnTaSucceeded(ta_);
   qos_taDb_Unlock();
-  uint32_t dsc = 0;
   ASSERT_EQ(qos_TaDb_AddNewTa(0x8002, QOS_TA_DSC, QOS_TA_BY_CMTS, 0, nullptr, &dsc), 0);
   qos_taDb_Lock();
-  qos_intDb_ChangeSF(1, static_cast<int32_t>(dsc));
-  qos_intDb_UpdateSfOnTaSucceeded(dsc);
-  uint32_t payload = 7;
+  qos_intDb_ChangeSF(1, static_cast<int32_t>(dsc)), qos_intDb_UpdateSfOnTaSucceeded(dsc);
   EXPECT_EQ(EV_GenEvent(ICC_dest_of(QOS_EV_COMPONENT), QOS_EV_HOLDER_ACK_LOST, &payload, 4), 0);
   qos_taDb_Unlock();
-
   std::string rest;
   EXPECT_EQ(events.finish(rest), 0);
-  EXPECT_EQ(rest,
-            "event 5515 QOS_EV_HELD_SF_CHANGED: transaction " + std::to_string(ta_) + "\n"
-            "event 5517 QOS_EV_HOLDER_ACK_LOST: transaction 7\n");
+  EXPECT_EQ(rest, "event 5515 QOS_EV_HELD_SF_CHANGED: transaction " + std::to_string(ta_) + "\n"
+                  "event 5517 QOS_EV_HOLDER_ACK_LOST: transaction 7\n");
   EXPECT_NE(EV_GenEvent(ICC_dest_of(QOS_EV_COMPONENT), QOS_EV_HOLDER_ACK_LOST, &payload, 4), 0);
 }
 
 // ---- run -----------------------------------------------------------------------------------------
 
 TEST(QosdbRun, TheShippedScenariosPlayARegistrationAndThreeTransactions) {
-  PeerResult r = qosdbOut({"run", scenario("registration.qos"), scenario("dsa.qos"), scenario("dsc.qos"),
-                           scenario("dsd.qos")});
-  ASSERT_EQ(r.status, 0) << r.out;
+  Out r = qosdb({"run", scenario("registration.qos"), scenario("dsa.qos"), scenario("dsc.qos"), scenario("dsd.qos")}, false);
+  ASSERT_EQ(r.first, 0) << r.second;
   for (const char* summary : {"registration.qos: 25 operations, all returned 0\n", "dsa.qos: 21 operations, all returned 0\n",
                               "dsc.qos: 11 operations, all returned 0\n", "dsd.qos: 9 operations, all returned 0\n",
                               "17: qos_intDb_FindSfByTaAndRef 7 0 -> 0  sfIndex=3\n"}) {
-    EXPECT_NE(r.out.find(summary), std::string::npos) << summary;
+    EXPECT_NE(r.second.find(summary), std::string::npos) << summary;
   }
   ASSERT_EQ(qos_IntDb_RetrieveAccess(), 0);
   uint32_t sf = 0, state = 0, taIndex = 0, type = 0;
   int32_t held = 0;
   ASSERT_EQ(qos_intDb_FindSfById(0x1004, &sf), 0);
-  qos_intDb_GetSFState(sf, &state);
-  qos_intDb_GetSFHeldTaIndex(sf, &held);
-  EXPECT_EQ(state, static_cast<uint32_t>(QOS_SF_DELETED));
-  EXPECT_EQ(held, 0);
   ASSERT_EQ(qos_TaDb_FindTaIndexByTaId(2, &taIndex), 0);
-  qos_TaDb_GetTaType(taIndex, &type);
-  EXPECT_EQ(type, static_cast<uint32_t>(QOS_TA_DSD));
-  auto copy = std::make_unique<qos::QosIntDbRegion>();
-  std::memcpy(copy.get(), qostest::region(), sizeof *copy);
-  EXPECT_TRUE(qos::inspect::checkIntegrity(*copy).empty());
+  qos_intDb_GetSFState(sf, &state), qos_intDb_GetSFHeldTaIndex(sf, &held), qos_TaDb_GetTaType(taIndex, &type);
+  EXPECT_EQ((std::vector<int64_t>{state, held, type}), (std::vector<int64_t>{QOS_SF_DELETED, 0, QOS_TA_DSD}));
+  EXPECT_TRUE(intact());
   EXPECT_EQ(semaphoreValue(), 1);
 }
 
@@ -348,9 +258,9 @@ TEST_F(QosdbShow, RunPrintsResultsOutputsAndLogLines) {
       "qos_intDb_GetNextSfSidCluster 0x1001 -1\n"
       "qos_taDb_Unlock\n"
       "qos_intDb_ResetTaDbRow 0\n");
-  PeerResult r = qosdbOut({"run", path});
-  EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.out.substr(r.out.find('\n') + 1),
+  Out r = qosdb({"run", path}, false);
+  EXPECT_EQ(r.first, 0);
+  EXPECT_EQ(r.second.substr(r.second.find('\n') + 1),
             "## a narration\n"
             "2: qos_TaDb_GetTaAuthBlock 0 -> 0  authLen=3  authBlock=a1b2c3\n"
             "3: qos_TaDb_CheckTaConflict 3 12 -> -1\n"
@@ -366,11 +276,7 @@ TEST_F(QosdbShow, RunPrintsResultsOutputsAndLogLines) {
 }
 
 TEST_F(QosdbShow, AMalformedScenarioStopsWithItsLineAndChangesNothing) {
-  struct Case {
-    std::string line;
-    std::string error;
-  };
-  const Case cases[] = {
+  const std::pair<std::string, std::string> cases[] = {  // the bad line, the error
       {"qos_intDb_Frobnicate 1", "unknown operation 'qos_intDb_Frobnicate' (qosdb run --list shows them all)"},
       {"qos_intDb_AddSf 1 2", "qos_intDb_AddSf takes 3 arguments (sfId:u32 ref:u32 direction:u32), 2 given"},
       {"qos_intDb_AddSf 1 x2 2", "argument 2 (ref:u32) of qos_intDb_AddSf: 'x2' is not a number (decimal, 0x-hex or negative)"},
@@ -385,73 +291,60 @@ TEST_F(QosdbShow, AMalformedScenarioStopsWithItsLineAndChangesNothing) {
        "back with qos_taDb_Unlock first)"},
   };
   auto before = qostest::snapshot();
-  for (const Case& c : cases) {
-    std::string path = writeScenario("qos_intDb_AddSf 0x99 9 2\n" + c.line + "\n");
-    PeerResult r = qosdb({"run", path});
-    int line = 2 + static_cast<int>(std::count(c.line.begin(), c.line.end(), '\n'));
-    EXPECT_EQ(r.status, 2);
-    EXPECT_EQ(r.out, "qosdb: " + path + ":" + std::to_string(line) + ": " + c.error + "\n");
+  for (const auto& [line, error] : cases) {
+    std::string path = writeScenario("qos_intDb_AddSf 0x99 9 2\n" + line + "\n");
+    int at = 2 + static_cast<int>(std::count(line.begin(), line.end(), '\n'));
+    EXPECT_EQ(qosdb({"run", path}), (Out{2, "qosdb: " + path + ":" + std::to_string(at) + ": " + error + "\n"}));
     unlink(path.c_str());
   }
   EXPECT_EQ(qostest::changedOffsets(before, qostest::snapshot()), std::vector<std::size_t>{});
 }
 
 TEST(QosdbRun, WalkAnswersAsTheSnmpAgentInEitherUpstreamMode) {
-  ASSERT_EQ(qosdbOut({"run", scenario("registration.qos")}).status, 0);
-  const std::string clusters =
-      "SID cluster table (qos_intDb_GetNextSfSidClusterTableIndex, qos_intDb_GetSidClusterTableRow):\n"
-      "  sfId    clusterId  ucid  sid\n"
-      "  0x1001  1          1     0x11\n"
-      "  0x1001  1          2     0x21\n"
-      "  0x1003  1          1     0x13\n"
-      "  0x1003  1          2     0x23\n";
-  EXPECT_EQ(qosdbOut({"walk"}).out,
-            "upstream mode: single upstream (SIDs from the service flows); upstream ports 1..4 are interfaces 4, 80, "
-            "81, 82\n"
-            "CM service table (qos_intDb_GetNextCmServiceTableIndex, qos_intDb_GetCmServiceTableAttr):\n"
-            "  ifIndex  sid   port  activeIndex  value2  value3\n"
-            "  4        0x11  1     0            0       1\n"
-            "  4        0x13  1     1            0       1\n" +
-                clusters);
-  EXPECT_EQ(qosdbOut({"walk", "--multiple-upstreams", "--if-index", "3,4,5,6"}).out,
+  ASSERT_EQ(qosdb({"run", scenario("registration.qos")}).first, 0);
+  const std::string head = "CM service table (qos_intDb_GetNextCmServiceTableIndex, qos_intDb_GetCmServiceTableAttr):\n"
+                           "  ifIndex  sid   port  activeIndex  value2  value3\n",
+                    clusters = "SID cluster table (qos_intDb_GetNextSfSidClusterTableIndex, qos_intDb_GetSidClusterTableRow):\n"
+                               "  sfId    clusterId  ucid  sid\n"
+                               "  0x1001  1          1     0x11\n"
+                               "  0x1001  1          2     0x21\n"
+                               "  0x1003  1          1     0x13\n"
+                               "  0x1003  1          2     0x23\n";
+  EXPECT_EQ(qosdbOut({"walk"}), "upstream mode: single upstream (SIDs from the service flows); upstream ports 1..4 are "
+                                "interfaces 4, 80, 81, 82\n" + head +
+                                "  4        0x11  1     0            0       1\n"
+                                "  4        0x13  1     1            0       1\n" + clusters);
+  EXPECT_EQ(qosdbOut({"walk", "--multiple-upstreams", "--if-index", "3,4,5,6"}),
             "upstream mode: multiple upstreams (SIDs from the SID clusters); upstream ports 1..4 are interfaces 3, 4, "
-            "5, 6\n"
-            "CM service table (qos_intDb_GetNextCmServiceTableIndex, qos_intDb_GetCmServiceTableAttr):\n"
-            "  ifIndex  sid   port  activeIndex  value2  value3\n"
-            "  3        0x11  1     0            0       2\n"
-            "  3        0x13  1     1            0       2\n"
-            "  4        0x21  2     0            0       2\n"
-            "  4        0x23  2     1            0       2\n" +
-                clusters);
+            "5, 6\n" + head +
+                "  3        0x11  1     0            0       2\n"
+                "  3        0x13  1     1            0       2\n"
+                "  4        0x21  2     0            0       2\n"
+                "  4        0x23  2     1            0       2\n" + clusters);
 }
 
 TEST(QosdbRun, TheDispatchTableCoversTheWholeClientHeader) {
-  std::ifstream header(QOSDB_CLIENT_HEADER);
-  std::stringstream text;
-  text << header.rdbuf();
-  std::set<std::string> declared;
+  std::stringstream header;
+  header << std::ifstream(QOSDB_CLIENT_HEADER).rdbuf();
+  std::set<std::string> declared, listed;
   std::regex api(R"(QOS_API\s+[\w\s\*]+?\b(qos_\w+)\s*\()");
-  std::string h = text.str();
+  std::string h = header.str();
   for (std::sregex_iterator it(h.begin(), h.end(), api), end; it != end; ++it) declared.insert((*it)[1]);
-  std::set<std::string> listed;
-  std::istringstream lines(qosdbOut({"run", "--list"}).out);
+  std::istringstream lines(qosdbOut({"run", "--list"}));
   for (std::string line; std::getline(lines, line);) listed.insert(line.substr(0, line.find(' ')));
   EXPECT_GT(declared.size(), 180u);
   EXPECT_EQ(listed, declared);
 }
 
-// ---- the demo ----------------------------------------------------------------------------------
-
 TEST(QosdbDemo, TellsTheStoryOfAStackAndEndsConsistent) {
   if (std::string(QOS_TEST_EXEC_PREFIX).size() != 0) GTEST_SKIP() << "the demo execs itself, which needs binfmt under an emulator";
-  PeerResult r = qosdb({"demo"});
-  ASSERT_EQ(r.status, 0) << r.out;
+  Out r = qosdb({"demo"});
+  ASSERT_EQ(r.first, 0) << r.second;
   for (const char* line : {"   events  | event 5515 QOS_EV_HELD_SF_CHANGED: transaction 0\n",
                            "   events  | event 5522 QOS_EV_HELD_SF_DELETED: transaction 1\n",
-                           "   control | dsd.qos: 9 operations, all returned 0\n",
-                           "   snmp    |   0x1003  1          2     0x23\n",
+                           "   control | dsd.qos: 9 operations, all returned 0\n", "   snmp    |   0x1003  1          2     0x23\n",
                            "   check   | integrity: every invariant holds\n"}) {
-    EXPECT_NE(r.out.find(line), std::string::npos) << line;
+    EXPECT_NE(r.second.find(line), std::string::npos) << line;
   }
 }
 

@@ -11,17 +11,12 @@
 // step it checks that the row still carries its mark, so two processes
 // never hold the same row. At the end each process compares the tables
 // with its account, and the test checks the region's invariants.
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <map>
 #include <random>
-#include <string>
-#include <vector>
 
 #include "frame/region.h"
 #include "support/fixture.h"
@@ -29,35 +24,27 @@
 
 namespace {
 
-using qostest::region;
-
 constexpr int kProcesses = 4;
 constexpr uint32_t kSfIdSpan = 0x100000;  // process p owns SFIDs (p+1) * span + n
 constexpr uint32_t kRefSpan = 1000;       // and flow references (p+1) * span + n
-constexpr std::size_t kMaxFlows = 8;
-constexpr std::size_t kMaxTransactions = 3;
+constexpr std::size_t kMaxFlows = 8, kMaxTransactions = 3;
 
 enum Outcome { kSucceeded, kFailure, kError, kForcedEnd, kAddAbort };
 
-const qos::QosIntDbRegion& image() { return *reinterpret_cast<const qos::QosIntDbRegion*>(region()); }
+const qos::QosIntDbRegion& image() { return *reinterpret_cast<const qos::QosIntDbRegion*>(qostest::region()); }
 
 // What one process expects of one of its flows once no transaction of its
 // own works on it.
 struct Flow {
-  uint32_t state = QOS_SF_OPERATIONAL;
-  std::map<uint16_t, uint32_t> classifiers;  // identifier -> status
-  uint32_t phsRules = 0;                     // counted as they are added or deleted, whatever the outcome
+  uint32_t state = QOS_SF_OPERATIONAL, phsRules = 0;  // PHS rules counted as added or deleted, whatever the outcome
+  std::map<uint16_t, uint32_t> classifiers;           // identifier -> status
   uint16_t nextClsfId = 1;
   bool busy = false;
 };
 
 struct Transaction {
-  uint32_t row = 0;
-  uint32_t mark = 0;
+  uint32_t row = 0, mark = 0, type = QOS_TA_DSA, initiator = QOS_TA_BY_CMTS, sfId = 0;
   int step = 0;
-  uint32_t type = QOS_TA_DSA;
-  uint32_t initiator = QOS_TA_BY_CMTS;
-  uint32_t sfId = 0;
   Outcome outcome = kSucceeded;
   std::map<uint16_t, uint32_t> marked;  // classifier -> status this transaction gave it
 };
@@ -69,11 +56,8 @@ class Player {
   // Plays until the deadline, finishes what is open, then compares.
   bool run(std::chrono::steady_clock::time_point deadline) {
     while (ok_ && std::chrono::steady_clock::now() < deadline) {
-      if (open_.size() < kMaxTransactions && pick(3) == 0) {
-        start();
-      } else if (!open_.empty()) {
-        advance(pick(static_cast<uint32_t>(open_.size())));
-      }
+      if (open_.size() < kMaxTransactions && pick(3) == 0) start();
+      else if (!open_.empty()) advance(pick(static_cast<uint32_t>(open_.size())));
     }
     while (ok_ && !open_.empty()) advance(0);
     if (ok_) verify();
@@ -83,30 +67,19 @@ class Player {
 
  private:
   uint32_t pick(uint32_t n) { return static_cast<uint32_t>(rng_() % n); }
-  void fail(const std::string& what) {
-    if (ok_) std::fprintf(stderr, "process %d: %s\n", index_, what.c_str());
-    ok_ = false;
-  }
   void expect(bool good, const std::string& what) {
-    if (!good) fail(what);
+    if (!good && ok_) std::fprintf(stderr, "process %d: %s\n", index_, what.c_str());
+    ok_ = ok_ && good;
   }
-  uint32_t sfIndex(uint32_t sfId) {
-    uint32_t i = 0;
-    expect(qos_intDb_FindSfById(sfId, &i) == 0, "flow " + std::to_string(sfId) + " lost");
-    return i;
-  }
-  uint32_t clsfIndex(uint32_t sfId, uint16_t clsfId) {
-    uint32_t i = 0;
-    expect(qos_intDb_FindClsfById(clsfId, sfId, &i) == 0, "classifier lost");
-    return i;
+  uint32_t sfIndex(uint32_t sfId, uint32_t i = 0) { return expect(qos_intDb_FindSfById(sfId, &i) == 0, "flow lost"), i; }
+  uint32_t clsfIndex(uint32_t sfId, uint16_t id, uint32_t i = 0) {
+    return expect(qos_intDb_FindClsfById(id, sfId, &i) == 0, "classifier lost"), i;
   }
 
   void start() {
     Transaction t;
     std::vector<uint32_t> idle;
-    for (auto& [id, f] : flows_) {
-      if (!f.busy) idle.push_back(id);
-    }
+    for (auto& [id, f] : flows_) if (!f.busy) idle.push_back(id);
     bool add = flows_.size() < kMaxFlows && (idle.empty() || pick(2) == 0);
     t.type = add ? QOS_TA_DSA : pick(2) == 0 ? QOS_TA_DSC : QOS_TA_DSD;
     if (!add) {
@@ -117,9 +90,7 @@ class Player {
     t.initiator = add && pick(2) == 0 ? QOS_TA_BY_MODEM : QOS_TA_BY_CMTS;
     if (qos_TaDb_AddNewTa(++taId_, t.type, t.initiator, 0, nullptr, &t.row) != 0) return;  // table full
     t.mark = (static_cast<uint32_t>(index_) << 24) | ++marks_;
-    qos_taDb_Lock();
-    qos_TaDb_SetTaSubtype(t.row, t.mark);
-    qos_taDb_Unlock();
+    qos_taDb_Lock(), qos_TaDb_SetTaSubtype(t.row, t.mark), qos_taDb_Unlock();
     if (add) {
       t.sfId = (static_cast<uint32_t>(index_) + 1) * kSfIdSpan + ++serial_;
       flows_[t.sfId].state = QOS_SF_EMPTY;
@@ -131,11 +102,8 @@ class Player {
   void advance(std::size_t which) {
     Transaction& t = open_[which];
     if (t.step == 3) {
-      qos_intDb_ResetTaDbRow(static_cast<int32_t>(t.row));
-      settle(t);
-      open_.erase(open_.begin() + static_cast<long>(which));
-      ++done_;
-      return;
+      qos_intDb_ResetTaDbRow(static_cast<int32_t>(t.row)), settle(t), ++done_;
+      return void(open_.erase(open_.begin() + static_cast<long>(which)));
     }
     qos_taDb_Lock();
     uint32_t mark = 0;
@@ -143,10 +111,7 @@ class Player {
            "transaction row " + std::to_string(t.row) + " is no longer ours");
     if (t.step == 0) work(t);
     if (t.step == 1) end(t);
-    if (t.step == 2) {
-      expect(qos_TaDb_SetTaDbState(t.row, 2) == 0, "hold");
-      expect(qos_intDb_UpdateSfOnTaEnd(t.row) == 0, "end of hold");
-    }
+    if (t.step == 2) expect(qos_TaDb_SetTaDbState(t.row, 2) == 0 && qos_intDb_UpdateSfOnTaEnd(t.row) == 0, "end of hold");
     ++t.step;
     qos_taDb_Unlock();
   }
@@ -170,18 +135,14 @@ class Player {
         for (uint32_t c = 0; c < count; ++c) {
           expect(qos_intDb_AddClsfRef(ref, c + 1, ta) == 0 && qos_intDb_FindClsfByTaAndRef(c + 1, t.row, &ci) == 0,
                  "AddClsfRef");
-          qos_intDb_SetClsfSfid(ci, t.sfId);
-          qos_intDb_SetClsfId(ci, f.nextClsfId + c);
+          qos_intDb_SetClsfSfid(ci, t.sfId), qos_intDb_SetClsfId(ci, f.nextClsfId + c);
         }
       }
       for (uint32_t c = 0; c < count; ++c) t.marked[f.nextClsfId++] = QOS_CLSF_ADDING;
       return;
     }
     uint32_t sf = sfIndex(t.sfId);
-    if (t.type == QOS_TA_DSD) {
-      expect(qos_intDb_StartDeleteSF(sf, ta) == 0, "StartDeleteSF");
-      return;
-    }
+    if (t.type == QOS_TA_DSD) return expect(qos_intDb_StartDeleteSF(sf, ta) == 0, "StartDeleteSF");
     expect(qos_intDb_ChangeSF(sf, ta) == 0, "ChangeSF");
     for (auto& [id, status] : f.classifiers) {
       uint32_t what = pick(3);
@@ -193,14 +154,8 @@ class Player {
       const uint16_t id = f.classifiers.begin()->first;
       uint32_t what = pick(4);
       if (what == 1) expect(qos_intDb_ChangePhs(t.sfId, id, ta) == 0, "ChangePhs");
-      if (what == 2) {
-        expect(qos_intDb_AppendPhs_ClsfId(t.sfId, id, ta) == 0, "AppendPhs_ClsfId");
-        ++f.phsRules;
-      }
-      if (what == 3 && f.phsRules > 0) {
-        expect(qos_intDb_DeletePhs(t.sfId, ta, 0) == 0, "DeletePhs");
-        --f.phsRules;
-      }
+      if (what == 2) expect(qos_intDb_AppendPhs_ClsfId(t.sfId, id, ta) == 0, "AppendPhs_ClsfId"), ++f.phsRules;
+      if (what == 3 && f.phsRules > 0) expect(qos_intDb_DeletePhs(t.sfId, ta, 0) == 0, "DeletePhs"), --f.phsRules;
     }
     if (pick(2) == 0) {
       expect(qos_intDb_AppendClsfId(sf, f.nextClsfId, ta) == 0, "AppendClsfId");
@@ -213,15 +168,10 @@ class Player {
                                           {kSucceeded, kFailure, kError, kForcedEnd},
                                           {kSucceeded, kError, kForcedEnd, kSucceeded}};
     t.outcome = t.type == QOS_TA_DSA && pick(5) == 0 ? kAddAbort : kByType[t.type][pick(4)];
-    int32_t rc = -1;
-    switch (t.outcome) {
-      case kSucceeded: rc = qos_intDb_UpdateSfOnTaSucceeded(t.row); break;
-      case kFailure: rc = qos_intDb_UpdateSfOnTaFailure(t.row); break;
-      case kError: rc = qos_intDb_UpdateSfOnTaError(t.row); break;
-      case kForcedEnd: rc = qos_intDb_UpdateSfOnTaForcedEnd(t.row); break;
-      case kAddAbort: rc = qos_intDb_UpdateSfAddAbort(t.row); break;
-    }
-    expect(rc == 0, "outcome");
+    static int32_t (*const kEnd[])(uint32_t) = {qos_intDb_UpdateSfOnTaSucceeded, qos_intDb_UpdateSfOnTaFailure,
+                                                 qos_intDb_UpdateSfOnTaError, qos_intDb_UpdateSfOnTaForcedEnd,
+                                                 qos_intDb_UpdateSfAddAbort};
+    expect(kEnd[t.outcome](t.row) == 0, "outcome");
   }
 
   // The account after the transaction: what its outcome left of its rows.
@@ -233,21 +183,15 @@ class Player {
       if (success) f.state = QOS_SF_OPERATIONAL;
       if (t.outcome == kError) f.state = t.initiator == QOS_TA_BY_CMTS ? QOS_SF_DELETING : QOS_SF_EMPTY;
       if (t.outcome == kForcedEnd) f.state = QOS_SF_ADD_REJECTED;  // not held, so the end of hold keeps it
-      if (success) {
-        for (auto& [id, status] : t.marked) f.classifiers[id] = QOS_CLSF_OPERATIONAL;
-      }
+      for (auto& [id, status] : t.marked) if (success) f.classifiers[id] = QOS_CLSF_OPERATIONAL;
     } else if (t.type == QOS_TA_DSD) {
       f.classifiers.clear();
       f.state = t.outcome == kForcedEnd ? QOS_SF_DELETING : QOS_SF_EMPTY;
     } else {
       if (t.outcome == kError) f.state = QOS_SF_DELETING;
       for (auto& [id, status] : t.marked) {
-        bool gone = success ? status == QOS_CLSF_DELETING : status == QOS_CLSF_ADDING;
-        if (gone) {
-          f.classifiers.erase(id);
-        } else {
-          f.classifiers[id] = QOS_CLSF_OPERATIONAL;
-        }
+        if (success ? status == QOS_CLSF_DELETING : status == QOS_CLSF_ADDING) f.classifiers.erase(id);
+        else f.classifiers[id] = QOS_CLSF_OPERATIONAL;
       }
     }
     if (f.state == QOS_SF_EMPTY) flows_.erase(t.sfId);
@@ -260,8 +204,8 @@ class Player {
   void verify() {
     qos_taDb_Lock();
     const qos::QosIntDbRegion& r = image();
-    std::map<uint32_t, std::pair<uint32_t, uint32_t>> seenFlows;  // SFID -> state, PHS rules
-    std::map<uint32_t, std::map<uint16_t, uint32_t>> seenClsf;
+    std::map<uint32_t, std::pair<uint32_t, uint32_t>> seenFlows, wantFlows;  // SFID -> state, PHS rules
+    std::map<uint32_t, std::map<uint16_t, uint32_t>> seenClsf, wantClsf;
     for (const qos::SfRow& row : r.sf) {
       if (!row.used() || !mine(row.sfId)) continue;
       expect(seenFlows.count(row.sfId) == 0, "flow " + std::to_string(row.sfId) + " twice");
@@ -274,8 +218,6 @@ class Player {
       seenClsf[row.sfId][row.clsfId] = row.status;
     }
     qos_taDb_Unlock();
-    std::map<uint32_t, std::pair<uint32_t, uint32_t>> wantFlows;
-    std::map<uint32_t, std::map<uint16_t, uint32_t>> wantClsf;
     for (auto& [id, f] : flows_) {
       wantFlows[id] = {f.state, f.phsRules};
       if (!f.classifiers.empty()) wantClsf[id] = f.classifiers;
@@ -305,7 +247,6 @@ TEST(StressTest, ProcessesPlayingTransactionsKeepEachOthersRows) {
   const uint32_t seed = std::random_device{}();
   const auto deadline =
       std::chrono::steady_clock::now() + std::chrono::milliseconds(static_cast<long>(playSeconds() * 1000));
-  std::vector<pid_t> children;
   for (int p = 0; p < kProcesses; ++p) {
     pid_t pid = fork();
     ASSERT_GE(pid, 0);
@@ -314,11 +255,9 @@ TEST(StressTest, ProcessesPlayingTransactionsKeepEachOthersRows) {
       bool ok = qos_IntDb_RetrieveAccess() == 0 && Player(p, seed + static_cast<uint32_t>(p)).run(deadline);
       _exit(ok ? 0 : 1);
     }
-    children.push_back(pid);
   }
-  for (pid_t pid : children) {
-    int status = 0;
-    ASSERT_EQ(waitpid(pid, &status, 0), pid);
+  for (int p = 0, status = 0; p < kProcesses; ++p) {
+    ASSERT_GT(wait(&status), 0);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "seed " << seed << ", status " << status;
   }
 
