@@ -14,7 +14,9 @@ SidChannelMapping map(uint32_t action, uint8_t ucid, uint16_t sid = 0) { return 
 // Fields of the region as (offset, width in bytes).
 Vals fields(std::initializer_list<std::pair<std::size_t, int>> list) {
   Vals out;
-  for (auto [off, width] : list) out.push_back(width == 1 ? at<uint8_t>(off) : width == 2 ? at<uint16_t>(off) : at<uint32_t>(off));
+  for (auto [off, width] : list) {
+    out.push_back(width == 1 ? at<uint8_t>(off) : width == 2 ? at<uint16_t>(off) : at<uint32_t>(off));
+  }
   return out;
 }
 
@@ -68,9 +70,9 @@ TEST_F(Dbc, ModificationsBecomeWrittenClusters) {
   EXPECT_EQ(fields({{kStore, 4}, {kMod, 4}, {kMod + 4, 4}, {kMod + 8, 1}, {kMod + 9, 1}, {kMod + 16, 2}, {kMod + 18, 1},
                     {kMod + 44, 1}, {kMod + 52, 2}, {kMod + 54, 1}, {kMod + 160, 4}}),
             (Vals{4, 0, 100, 1, 1, 13, 3, 1, 12, 2, 0xFFFFFFFF}));
-  EXPECT_EQ(fields({{kStore + 3044, 4}, {kActive, 4}, {kActive + 4, 4}, {kActive + 8, 4}, {kActive + 12, 1}, {kActive + 14, 2},
-                    {kActive + 16, 2}, {kActive + 18, 2}, {kActive + 24, 4}, {kActive + 28, 4}, {kActive + 32, 4},
-                    {kActive + 40, 4}, {kActive + 44, 4}, {kActive + 48, 4}, {kActive + 84, 4}}),
+  EXPECT_EQ(fields({{kStore + 3044, 4}, {kActive, 4}, {kActive + 4, 4}, {kActive + 8, 4}, {kActive + 12, 1},
+                    {kActive + 14, 2}, {kActive + 16, 2}, {kActive + 18, 2}, {kActive + 24, 4}, {kActive + 28, 4},
+                    {kActive + 32, 4}, {kActive + 40, 4}, {kActive + 44, 4}, {kActive + 48, 4}, {kActive + 84, 4}}),
             (Vals{2, 1, 0, 100, 1, 11, 12, 0, 2, 2, 0, 2, 0, 1, 2}));
   EXPECT_EQ(fields({{kStore + 4720, 4}, {kBitmap, 4}, {kBitmap + 4, 1}, {kBitmap + 8, 4}, {kBitmap + 12, 1}}),
             (Vals{2, 100, 3, 200, 1}));
@@ -128,7 +130,8 @@ TEST_F(Dbc, FullListsBadPortsAndWildCountsAreRefused) {
   ASSERT_EQ(qos_dbc_DbReset(), 0);
   refused([&] { return mod(1, 2, {map(1, 1), map(1, 2), map(1, 3), map(1, 4), map(1, 5)}); }, 1,
           "ModDb : SF 1, Cluster 2, 5 add and 0 delete mappings, at most 4 of each, refused");
-  refused([] { return qos_dbc_ActiveDbAddSid(5, 1, 1, 9); }, 2, "No MODs in ModDb, ignoring (AddSid : Sf 5, Clust 1, port 1, sid 9)");
+  refused([] { return qos_dbc_ActiveDbAddSid(5, 1, 1, 9); }, 2,
+          "No MODs in ModDb, ignoring (AddSid : Sf 5, Clust 1, port 1, sid 9)");
   ASSERT_EQ(mod(1, 1, {}), 0);
   for (int port : {0, 5, -1}) {
     refused([port] { return qos_dbc_ActiveDbAddSid(5, 1, static_cast<uint32_t>(port), 9); }, 1,

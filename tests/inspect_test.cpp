@@ -37,8 +37,8 @@ class InspectTest : public qostest::StoreTest {
     SidChannelMapping ports[4] = {{0, 1, 0, 0x11}, {}, {}, {}};
     uint32_t ta = 0;
     qos_taDb_Lock();
-    ASSERT_EQ((std::vector<int32_t>{qos_intDb_AddSf(0x10, 1, QOS_DIR_UPSTREAM), qos_intDb_AddSfSidCluster(0x10, 1, ports)}),
-              (std::vector<int32_t>{0, 0}));
+    ASSERT_EQ(qos_intDb_AddSf(0x10, 1, QOS_DIR_UPSTREAM), 0);
+    ASSERT_EQ(qos_intDb_AddSfSidCluster(0x10, 1, ports), 0);
     qos_taDb_Unlock();
     ASSERT_EQ(qos_TaDb_AddNewTa(0, QOS_TA_DSA, QOS_TA_BY_MODEM, 0, nullptr, &ta), 0);
   }

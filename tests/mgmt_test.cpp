@@ -42,7 +42,9 @@ TEST_F(Walks, CmServiceWalkInBothUpstreamModes) {
   cluster(2, 0, 7, 1, {{1, 40}});
   const uint32_t ifs[4] = {5, 4, 0, 0xFFFFFFFF};
   auto cmServiceWalk = [&] {
-    return walk(2, [&](const Idx& a, Idx& b) { return qos_intDb_GetNextCmServiceTableIndex(a[0], a[1], ifs, &b[0], &b[1]); });
+    return walk(2, [&](const Idx& a, Idx& b) {
+      return qos_intDb_GetNextCmServiceTableIndex(a[0], a[1], ifs, &b[0], &b[1]);
+    });
   };
   for (auto [multiple, tcc] : {std::pair{0, 1}, std::pair{1, 0}}) {
     qos_host_docsis_set_upstream_mode(multiple, tcc);

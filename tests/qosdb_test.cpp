@@ -35,36 +35,6 @@ std::string writeScenario(const std::string& text) {
   return path;
 }
 int semaphoreValue() { return semctl(semget(QOS_SEM_KEY, 1, 0), 0, GETVAL); }
-bool intact() {
-  auto copy = std::make_unique<qos::QosIntDbRegion>();
-  std::memcpy(copy.get(), qostest::region(), sizeof *copy);
-  return qos::inspect::checkIntegrity(*copy).empty();
-}
-
-// A qosdb process that runs alongside the test; its output is read line by line.
-class Background {
- public:
-  explicit Background(const std::vector<std::string>& args) {
-    std::string command;
-    for (const auto& w : qostest::commandWords(QOSDB_BIN, args)) command += "'" + w + "' ";
-    out_ = popen((command + "2>&1").c_str(), "r");
-  }
-  std::string line() {
-    char buf[256] = "";
-    std::string s = std::fgets(buf, sizeof buf, out_) ? buf : "";
-    return s.substr(0, s.find('\n'));
-  }
-  // Everything up to the end, then the exit status.
-  int finish(std::string& rest) {
-    char buf[1024];
-    for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, out_)) > 0;) rest.append(buf, n);
-    int status = pclose(out_);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
- private:
-  FILE* out_;
-};
 
 // ---- administration (first in this file: they need a namespace without a store) ------------
 
@@ -151,21 +121,6 @@ TEST_F(QosdbShow, TextNamesTheValuesMeanings) {
                  "  0    0x8001  DSC   CMTS       0        0        0        3        a1b2c3\n"}));
 }
 
-TEST_F(QosdbShow, BadCommandsChangeNothing) {
-  const std::pair<std::vector<std::string>, Out> cases[] = {
-      {{"show", "flows", "bogus"},
-       {2, "qosdb: unknown table 'bogus' (tables: flows, classifiers, clusters, switchover, active, phs, transactions, "
-           "messages, errors, dbc, stats, all)\n"}},
-      {{"init"}, {1, "qosdb: a store exists already; qosdb reset empties it, qosdb init --force creates it anew\n"}},
-      {{"unlock"}, {2, "qosdb: unlock frees a lock whose holder died; say unlock --force\n"}},
-      {{"unlock", "--force"}, {1, "qosdb: the lock is not taken (value 1); nothing to free\n"}},
-      {{"run", "/nonexistent.qos"}, {2, "qosdb: cannot read scenario /nonexistent.qos\n"}},
-  };
-  auto before = qostest::snapshot();
-  for (const auto& [args, expected] : cases) EXPECT_EQ(qosdb(args), expected);
-  EXPECT_EQ(qostest::changedOffsets(before, qostest::snapshot()), std::vector<std::size_t>{});
-}
-
 TEST_F(QosdbShow, CheckPassesOnAStoreTheOperationsBuiltAndSaysHowOneWasDamaged) {
   EXPECT_EQ(qosdb({"check"}, false), (Out{0, "registration check: passed\nintegrity: every invariant holds\n"}));
   const std::size_t ta3 = offsetof(qos::QosIntDbRegion, ta) + sizeof(qos::TaRow) * 3;  // ta[3].rowStatus
@@ -194,21 +149,29 @@ TEST_F(QosdbShow, ALockLeftByAKilledProcessIsReportedAndFreedOnlyByForce) {
   char c;
   ASSERT_EQ(read(ready[0], &c, 1), 1);
   const std::string pid = "process " + std::to_string(holder);
-  EXPECT_EQ(qosdb({"unlock", "--force"}), (Out{1, "qosdb: the lock is held by " + pid + ", which still runs; refusing to free it\n"}));
+  EXPECT_EQ(qosdb({"unlock", "--force"}),
+            (Out{1, "qosdb: the lock is held by " + pid + ", which still runs; refusing to free it\n"}));
   kill(holder, SIGKILL);
   waitpid(holder, nullptr, 0);
   EXPECT_EQ(qosdbOut({"lock-status"}), "semaphore 4656: value 0, taken\nlast operation by " + pid + ", no longer running\n"
                                        "the lock is held by a dead process: qosdb unlock --force frees it\n"
                                        "processes waiting for it: 0\n");
-  EXPECT_EQ(qosdb({"show"}), (Out{1, "qosdb: the lock is held by " + pid + ", which no longer runs; qosdb unlock --force frees it\n"}));
+  EXPECT_EQ(qosdb({"show"}),
+            (Out{1, "qosdb: the lock is held by " + pid + ", which no longer runs; qosdb unlock --force frees it\n"}));
   EXPECT_EQ(qosdb({"show", "--no-lock", "flows"}).first, 0);
   EXPECT_EQ(qosdb({"unlock", "--force"}), (Out{0, "lock freed (it was held by " + pid + ", which no longer runs)\n"}));
   EXPECT_EQ(semaphoreValue(), 1);
 }
 
 TEST_F(QosdbShow, EventsPrintsTheEventsOfADscOnAHeldFlow) {
-  Background events({"events", "--count", "2", "--timeout", "60"});
-  ASSERT_EQ(events.line(), "listening for events to component 32");
+  std::string command;  // a listener that runs alongside the test
+  for (const auto& w : qostest::commandWords(QOSDB_BIN, {"events", "--count", "2", "--timeout", "60"})) {
+    command += "'" + w + "' ";
+  }
+  FILE* events = popen((command + "2>&1").c_str(), "r");
+  char line[128] = "";
+  ASSERT_TRUE(std::fgets(line, sizeof line, events));
+  ASSERT_STREQ(line, "listening for events to component 32\n");
   EXPECT_EQ(qosdb({"events", "--count", "1"}).second, "qosdb: another process listens for component 32 already\n");
   // The DSC of row ta_ ends and holds flow 1; a second DSC changes the held flow.
   uint32_t dsc = 0, payload = 7;
@@ -221,7 +184,8 @@ TEST_F(QosdbShow, EventsPrintsTheEventsOfADscOnAHeldFlow) {
   EXPECT_EQ(EV_GenEvent(ICC_dest_of(QOS_EV_COMPONENT), QOS_EV_HOLDER_ACK_LOST, &payload, 4), 0);
   qos_taDb_Unlock();
   std::string rest;
-  EXPECT_EQ(events.finish(rest), 0);
+  for (int c; (c = std::fgetc(events)) != EOF;) rest += static_cast<char>(c);
+  EXPECT_EQ(pclose(events), 0);
   EXPECT_EQ(rest, "event 5515 QOS_EV_HELD_SF_CHANGED: transaction " + std::to_string(ta_) + "\n"
                   "event 5517 QOS_EV_HOLDER_ACK_LOST: transaction 7\n");
   EXPECT_NE(EV_GenEvent(ICC_dest_of(QOS_EV_COMPONENT), QOS_EV_HOLDER_ACK_LOST, &payload, 4), 0);
@@ -244,7 +208,7 @@ TEST(QosdbRun, TheShippedScenariosPlayARegistrationAndThreeTransactions) {
   ASSERT_EQ(qos_TaDb_FindTaIndexByTaId(2, &taIndex), 0);
   qos_intDb_GetSFState(sf, &state), qos_intDb_GetSFHeldTaIndex(sf, &held), qos_TaDb_GetTaType(taIndex, &type);
   EXPECT_EQ((std::vector<int64_t>{state, held, type}), (std::vector<int64_t>{QOS_SF_DELETED, 0, QOS_TA_DSD}));
-  EXPECT_TRUE(intact());
+  EXPECT_TRUE(qos::inspect::checkIntegrity(*reinterpret_cast<const qos::QosIntDbRegion*>(qostest::region())).empty());
   EXPECT_EQ(semaphoreValue(), 1);
 }
 
@@ -275,11 +239,21 @@ TEST_F(QosdbShow, RunPrintsResultsOutputsAndLogLines) {
   unlink(path.c_str());
 }
 
-TEST_F(QosdbShow, AMalformedScenarioStopsWithItsLineAndChangesNothing) {
-  const std::pair<std::string, std::string> cases[] = {  // the bad line, the error
+TEST_F(QosdbShow, BadCommandsAndMalformedScenariosChangeNothing) {
+  const std::pair<std::vector<std::string>, Out> commands[] = {
+      {{"show", "flows", "bogus"},
+       {2, "qosdb: unknown table 'bogus' (tables: flows, classifiers, clusters, switchover, active, phs, transactions, "
+           "messages, errors, dbc, stats, all)\n"}},
+      {{"init"}, {1, "qosdb: a store exists already; qosdb reset empties it, qosdb init --force creates it anew\n"}},
+      {{"unlock"}, {2, "qosdb: unlock frees a lock whose holder died; say unlock --force\n"}},
+      {{"unlock", "--force"}, {1, "qosdb: the lock is not taken (value 1); nothing to free\n"}},
+      {{"run", "/nonexistent.qos"}, {2, "qosdb: cannot read scenario /nonexistent.qos\n"}},
+  };
+  const std::pair<std::string, std::string> scenarios[] = {  // the bad line, the error; stops at its line
       {"qos_intDb_Frobnicate 1", "unknown operation 'qos_intDb_Frobnicate' (qosdb run --list shows them all)"},
       {"qos_intDb_AddSf 1 2", "qos_intDb_AddSf takes 3 arguments (sfId:u32 ref:u32 direction:u32), 2 given"},
-      {"qos_intDb_AddSf 1 x2 2", "argument 2 (ref:u32) of qos_intDb_AddSf: 'x2' is not a number (decimal, 0x-hex or negative)"},
+      {"qos_intDb_AddSf 1 x2 2",
+       "argument 2 (ref:u32) of qos_intDb_AddSf: 'x2' is not a number (decimal, 0x-hex or negative)"},
       {"qos_intDb_DelSfSidCluster 1 256", "argument 2 (clusterId:u8) of qos_intDb_DelSfSidCluster: '256' does not fit a u8"},
       {"qos_intDb_MsgUpdateReqBuffer 0 abc",
        "argument 2 (message:bytes) of qos_intDb_MsgUpdateReqBuffer: 'abc' is no byte string (pairs of hex digits like "
@@ -291,7 +265,8 @@ TEST_F(QosdbShow, AMalformedScenarioStopsWithItsLineAndChangesNothing) {
        "back with qos_taDb_Unlock first)"},
   };
   auto before = qostest::snapshot();
-  for (const auto& [line, error] : cases) {
+  for (const auto& [args, expected] : commands) EXPECT_EQ(qosdb(args), expected);
+  for (const auto& [line, error] : scenarios) {
     std::string path = writeScenario("qos_intDb_AddSf 0x99 9 2\n" + line + "\n");
     int at = 2 + static_cast<int>(std::count(line.begin(), line.end(), '\n'));
     EXPECT_EQ(qosdb({"run", path}), (Out{2, "qosdb: " + path + ":" + std::to_string(at) + ": " + error + "\n"}));
@@ -303,8 +278,9 @@ TEST_F(QosdbShow, AMalformedScenarioStopsWithItsLineAndChangesNothing) {
 TEST(QosdbRun, WalkAnswersAsTheSnmpAgentInEitherUpstreamMode) {
   ASSERT_EQ(qosdb({"run", scenario("registration.qos")}).first, 0);
   const std::string head = "CM service table (qos_intDb_GetNextCmServiceTableIndex, qos_intDb_GetCmServiceTableAttr):\n"
-                           "  ifIndex  sid   port  activeIndex  value2  value3\n",
-                    clusters = "SID cluster table (qos_intDb_GetNextSfSidClusterTableIndex, qos_intDb_GetSidClusterTableRow):\n"
+                           "  ifIndex  sid   port  activeIndex  value2  value3\n";
+  const std::string clusters = "SID cluster table (qos_intDb_GetNextSfSidClusterTableIndex, "
+                               "qos_intDb_GetSidClusterTableRow):\n"
                                "  sfId    clusterId  ucid  sid\n"
                                "  0x1001  1          1     0x11\n"
                                "  0x1001  1          2     0x21\n"
@@ -337,12 +313,13 @@ TEST(QosdbRun, TheDispatchTableCoversTheWholeClientHeader) {
 }
 
 TEST(QosdbDemo, TellsTheStoryOfAStackAndEndsConsistent) {
-  if (std::string(QOS_TEST_EXEC_PREFIX).size() != 0) GTEST_SKIP() << "the demo execs itself, which needs binfmt under an emulator";
+  if (!std::string(QOS_TEST_EXEC_PREFIX).empty()) GTEST_SKIP() << "the demo execs itself: needs binfmt under an emulator";
   Out r = qosdb({"demo"});
   ASSERT_EQ(r.first, 0) << r.second;
   for (const char* line : {"   events  | event 5515 QOS_EV_HELD_SF_CHANGED: transaction 0\n",
                            "   events  | event 5522 QOS_EV_HELD_SF_DELETED: transaction 1\n",
-                           "   control | dsd.qos: 9 operations, all returned 0\n", "   snmp    |   0x1003  1          2     0x23\n",
+                           "   control | dsd.qos: 9 operations, all returned 0\n",
+                           "   snmp    |   0x1003  1          2     0x23\n",
                            "   check   | integrity: every invariant holds\n"}) {
     EXPECT_NE(r.second.find(line), std::string::npos) << line;
   }
