@@ -86,9 +86,10 @@ TEST_F(Dbc, ModificationsBecomeWrittenClusters) {
             (Vals{3, 2, 0xFFFFFFFF, 2, 31, 2, QOS_DBC_CREATED}));
   EXPECT_EQ(qos_dbc_RefreshBitmaps(), 0);
   uint32_t bitmap = 0;
-  EXPECT_EQ(std::make_tuple(qos_dbc_GetSfChannelBitmap(100, &bitmap), qos_dbc_GetSfChannelBitmap(200, &bitmap),
-                            qos_dbc_GetSfChannelBitmap(300, &bitmap), bitmap),
-            std::make_tuple(0, -1, -1, 5u));
+  EXPECT_EQ(qos_dbc_GetSfChannelBitmap(100, &bitmap), 0);
+  EXPECT_EQ(qos_dbc_GetSfChannelBitmap(200, &bitmap), -1);
+  EXPECT_EQ(qos_dbc_GetSfChannelBitmap(300, &bitmap), -1);
+  EXPECT_EQ(bitmap, 5u);
   qos_host_docsis_set_port_ucid(3, 9);  // the written UCID is the port's own
   EXPECT_EQ(qos_dbc_UpdateSfSidClusterDb(), 0);
   EXPECT_EQ(stored(100, 1), (Ports{{1, 11}, {0, 0}, {9, 13}, {0, 0}}));
@@ -152,9 +153,10 @@ TEST_F(Dbc, FullListsBadPortsAndWildCountsAreRefused) {
   refused([] { return qos_dbc_SetSfChannelActive(66, 0, 1); }, 1, "SF bitmap list is full (64 entries), cannot add SF 66");
   const uint32_t channels[4] = {1, 2, 3, 4};
   refused([] { return qos_dbc_SetActions(); }, 1, "ActiveDb is full (38 entries), cannot add SF 1, Cluster 1");
-  EXPECT_EQ(std::make_tuple(qos_dbc_VerifyAllSidClusterMaps(channels), qos_dbc_RefreshBitmaps(),
-                            qos_dbc_UpdateSfSidClusterDb(), qos_dbc_GetSfChannelBitmap(5, nullptr)),
-            std::make_tuple(0, 0, 0, -1));
+  EXPECT_EQ(qos_dbc_VerifyAllSidClusterMaps(channels), 0);
+  EXPECT_EQ(qos_dbc_RefreshBitmaps(), 0);
+  EXPECT_EQ(qos_dbc_UpdateSfSidClusterDb(), 0);
+  EXPECT_EQ(qos_dbc_GetSfChannelBitmap(5, nullptr), -1);
 }
 
 }  // namespace

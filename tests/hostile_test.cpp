@@ -57,18 +57,19 @@ void populate() {
   const SidChannelMapping ports[4] = {{0, 5, 0, 0x21}, {}, {}, {}};
   const uint8_t bytes[10] = {1, 2, 3};
   uint32_t t = 0;
-  ASSERT_EQ(qos_intDb_AddSf(0x11, 1, QOS_DIR_UPSTREAM) | qos_intDb_AddSf(0x12, 2, QOS_DIR_DOWNSTREAM) |
-                qos_intDb_SetServiceFlowParamSet(0, 7) | qos_intDb_SetSfSid(0, 0x21) |
-                qos_intDb_SetSfPrimaryRef(QOS_DIR_UPSTREAM, 1) | qos_intDb_AddClsf(0x11, 1, 1) |
-                qos_intDb_SetClsfId(0, 0x101) | qos_intDb_SetClsfSfid(0, 0x11) | qos_intDb_AddPhs(1, 1) |
-                qos_intDb_AddSfSidCluster(0x11, 1, ports) | qos_intDb_SetSfSidClusterParams(0x11, 1, 2, 3, 4) |
-                qos_intDb_FillActiveUsSfTable() | qos_intDb_AddActivePhsEntry(0x11, 0x101, 1, QOS_DIR_UPSTREAM) |
-                qos_intDb_AddActivePhsEntryByDsid(0x55) |
-                qos_TaDb_AddNewTa(7, QOS_TA_DSC, QOS_TA_BY_CMTS, 3, bytes, &t) |
-                qos_intDb_MsgUpdateReqBuffer(0, bytes, sizeof bytes),
-            0);
   const SidChannelMapping add = {QOS_MAP_ADD, 6, 0, 0x22};
-  ASSERT_EQ(qos_dbc_AddSfSidClusterMod(0x11, 1, 1, &add) | qos_dbc_SetSfChannelActive(0x11, 0, 1), 0);
+  // A braced list runs its calls in order: the fill needs the flow before it.
+  const int32_t results[] = {
+      qos_intDb_AddSf(0x11, 1, QOS_DIR_UPSTREAM), qos_intDb_AddSf(0x12, 2, QOS_DIR_DOWNSTREAM),
+      qos_intDb_SetServiceFlowParamSet(0, 7), qos_intDb_SetSfSid(0, 0x21),
+      qos_intDb_SetSfPrimaryRef(QOS_DIR_UPSTREAM, 1), qos_intDb_AddClsf(0x11, 1, 1),
+      qos_intDb_SetClsfId(0, 0x101), qos_intDb_SetClsfSfid(0, 0x11), qos_intDb_AddPhs(1, 1),
+      qos_intDb_AddSfSidCluster(0x11, 1, ports), qos_intDb_SetSfSidClusterParams(0x11, 1, 2, 3, 4),
+      qos_intDb_FillActiveUsSfTable(), qos_intDb_AddActivePhsEntry(0x11, 0x101, 1, QOS_DIR_UPSTREAM),
+      qos_intDb_AddActivePhsEntryByDsid(0x55), qos_TaDb_AddNewTa(7, QOS_TA_DSC, QOS_TA_BY_CMTS, 3, bytes, &t),
+      qos_intDb_MsgUpdateReqBuffer(0, bytes, sizeof bytes), qos_dbc_AddSfSidClusterMod(0x11, 1, 1, &add),
+      qos_dbc_SetSfChannelActive(0x11, 0, 1)};
+  for (int32_t rc : results) ASSERT_EQ(rc, 0);
 }
 
 class HostileTest : public qostest::StoreTest {};
@@ -93,7 +94,7 @@ TEST_F(HostileTest, EveryOperationKeepsToItsRowsWhateverTheArguments) {
   const std::vector<Case> cases = {
       // Entry points and lock
       C(qos_IntDb_Init(), 0, kRegion), C(qos_IntDb_RetrieveAccess(), 0), C(qos_IntDb_Reset(), 0, kAllButDbc),
-      C(qos_taDb_Lock() | qos_taDb_Unlock(), 0), C(qos_intDb_SfDb_init(nullptr), -1),
+      P(qos_taDb_Lock(), qos_taDb_Unlock(), 0), C(qos_intDb_SfDb_init(nullptr), -1),
       C(qos_intDb_MsgDb_init(nullptr), -1), C(qos_intDb_TaDb_init(nullptr), -1), C(qos_dbc_DbInit(nullptr), -1),
       C(qos_intDb_SfDb_init(base) | qos_intDb_TaDb_init(base) | qos_intDb_MsgDb_init(base) | qos_dbc_DbInit(base), 0),
 
