@@ -66,13 +66,7 @@ using Outcome = StoreTest;
 // outcome. After: state, working and holding transaction, committed,
 // reference, pair; the event, if any, goes to the former holder H.
 TEST_F(Outcome, FlowRowsOfTheTransaction) {
-  const struct {
-    const char* name;
-    uint32_t type, initiator;
-    Op op;
-    V after;
-    uint32_t event;
-  } cases[] = {
+  const struct { const char* name; uint32_t type, initiator; Op op; V after; uint32_t event; } cases[] = {
       {"DSA succeeded", QOS_TA_DSA, 0, ok, {1, N, T, 1, 0, N}, 0},
       {"DSC succeeded", QOS_TA_DSC, 0, ok, {1, N, T, 1, 5, N}, QOS_EV_HELD_SF_CHANGED},
       {"DSD succeeded", QOS_TA_DSD, 0, ok, {6, N, T, 0, 5, 9}, QOS_EV_HELD_SF_DELETED},
@@ -123,21 +117,14 @@ TEST_F(Outcome, HeldFlowsAreToldInRowOrder) {
 TEST_F(Outcome, ClassifierRowsOfTheTransaction) {
   const std::vector<uint32_t> kept = {1, 2, 3, 4, 5}, gone = {0, 0, 0, 0, 0};
   const std::vector<uint32_t> dscDone = {1, 1, 1, 0, 5}, dscUndone = {1, 0, 1, 1, 5};
-  const auto incorrect = [](int s) {
-    return "Incorrect status " + std::to_string(s) + " of classifier ClsfID=0x1" + std::to_string(s) +
-           " on DSC success processing";
+  const auto incorrect = [](std::string s) {
+    return "Incorrect status " + s + " of classifier ClsfID=0x1" + s + " on DSC success processing";
   };
-  const struct {
-    const char* name;
-    uint32_t type;
-    Op op;
-    std::vector<uint32_t> ofTa;  // statuses after, 0 = freed
-    int32_t taAfter;             // of the rows of T that stay
-    std::vector<uint32_t> ofFlow;
-    Texts logs;
-  } cases[] = {
+  // Statuses after (0: freed) of T's rows and of the flow's; the transaction of T's rows that stay.
+  const struct { const char* name; uint32_t type; Op op; std::vector<uint32_t> ofTa; int32_t taAfter;
+                 std::vector<uint32_t> ofFlow; Texts logs; } cases[] = {
       {"DSA succeeded", QOS_TA_DSA, ok, {1, 1, 1, 1, 1}, N, kept, {}},
-      {"DSC succeeded", QOS_TA_DSC, ok, dscDone, N, kept, {incorrect(1), incorrect(5)}},
+      {"DSC succeeded", QOS_TA_DSC, ok, dscDone, N, kept, {incorrect("1"), incorrect("5")}},
       {"DSD succeeded", QOS_TA_DSD, ok, kept, T, gone, {}},
       {"DSA failure", QOS_TA_DSA, fail, gone, N, kept, {}},
       {"DSC failure", QOS_TA_DSC, fail, dscUndone, N, kept, {}},
@@ -199,14 +186,8 @@ TEST_F(Outcome, DsdFreesTheClassifiersOfItsFirstTwoFlowsOnly) {
 // kept: state and working transaction; "meanwhile" is another transaction
 // that starts on the flow before the end.
 TEST_F(Outcome, EndAfterEachOutcome) {
-  const struct {
-    const char* name;
-    uint32_t type, initiator;
-    Op earlier;
-    bool freed;
-    uint32_t state;
-    int32_t ta, meanwhile;
-  } cases[] = {
+  const struct { const char* name; uint32_t type, initiator; Op earlier; bool freed; uint32_t state;
+                 int32_t ta, meanwhile; } cases[] = {
       {"DSA succeeded", QOS_TA_DSA, 0, ok, false, 1, N, N},
       {"DSA failure", QOS_TA_DSA, 0, fail, true, 0, N, N},
       {"modem DSA error", QOS_TA_DSA, 0, err, true, 0, N, N},
@@ -292,8 +273,9 @@ TEST_F(Outcome, RegistrationFinishClearsReferencesOfOperationalRowsOnly) {
   putClsf(0, QOS_CLSF_OPERATIONAL, 0x50, N);
   putClsf(1, QOS_CLSF_ADDING, 0, 3);
   EXPECT_EQ(qos_intDb_UpdateOnRegFinish(), 0);
-  const auto& c = db().clsf;
-  EXPECT_EQ((V{db().sf[0].ref, db().sf[1].ref, c[0].ref, c[0].sfRef, c[1].ref, c[1].sfRef}), (V{0, 2, 0, 0, 0x31, 0x41}));
+  const qos::QosIntDbRegion& r = db();
+  EXPECT_EQ((V{r.sf[0].ref, r.sf[1].ref, r.clsf[0].ref, r.clsf[0].sfRef, r.clsf[1].ref, r.clsf[1].sfRef}),
+            (V{0, 2, 0, 0, 0x31, 0x41}));
 }
 
 // A DSD of an upstream flow takes its clusters, switchover criteria and
@@ -317,20 +299,18 @@ TEST_F(Outcome, UpstreamDsdTakesClustersCriteriaAndActiveEntry) {
     logs.clear();
 
     EXPECT_EQ((variant == 1 ? err : ok)(T), 0);
-    uint32_t a, b, index;
-    uint16_t c;
-    uint8_t d, cluster;
-    auto kept = [&](uint32_t sfId) {
-      int32_t row = -1;
-      return V{qos_intDb_GetNextSfSidCluster(sfId, &row, &cluster, nullptr),
-               qos_intDb_GetSfSidClusterParams(sfId, &a, &b, &c, &d), qos_intDb_GetActiveSfIndexBySfid(sfId, &index)};
+    auto kept = [](uint32_t sfId) {  // cluster, criteria, active entry
+      struct { int32_t row = -1; uint32_t a, b, index; uint16_t c; uint8_t d, cluster; } o;
+      return V{qos_intDb_GetNextSfSidCluster(sfId, &o.row, &o.cluster, nullptr),
+               qos_intDb_GetSfSidClusterParams(sfId, &o.a, &o.b, &o.c, &o.d),
+               qos_intDb_GetActiveSfIndexBySfid(sfId, &o.index)};
     };
     EXPECT_EQ(kept(0x200), (V{-1, -1, -1}));
     EXPECT_EQ(kept(0x300), (V{0, 0, -1}));
     EXPECT_EQ(kept(0x400), (V{0, 0, 0}));
     EXPECT_EQ((V{db().sf[0].state, db().sf[1].state}), (V{QOS_SF_DELETED, QOS_SF_DELETED}));
-    EXPECT_EQ(logs.texts(),
-              variant == 2 ? Texts{"qos_intDb_DeleteActiveUsSfEntry: SFID=0x200 is not found into active SF DB"} : Texts{});
+    const Texts missing{"qos_intDb_DeleteActiveUsSfEntry: SFID=0x200 is not found into active SF DB"};
+    EXPECT_EQ(logs.texts(), variant == 2 ? missing : Texts{});
   }
 }
 
@@ -338,12 +318,7 @@ TEST_F(Outcome, UpstreamDsdTakesClustersCriteriaAndActiveEntry) {
 // (3): nothing written, no event; only the type lookups log.
 TEST_F(Outcome, BadTransactionIndexesWriteNothing) {
   const std::string range10 = "qos_TaDb_GetTaType: ---> DSX TA DB index 10 is out of range";
-  const struct {
-    Op op;
-    uint32_t taIndex;
-    int32_t result;
-    Texts logs;
-  } cases[] = {
+  const struct { Op op; uint32_t taIndex; int32_t result; Texts logs; } cases[] = {
       {ok, 11, -1, {}}, {fail, 11, -1, {}}, {err, 0xFFFFFFFF, -1, {}}, {forced, 11, -1, {}},
       {end, 11, -1, {}}, {abort_, 11, -1, {}}, {ackLost, 11, -1, {}},
       {ok, 10, -1, {range10}}, {err, 10, -1, {range10, "QOS:  Cannot determine DSX TA type; TA index=10"}},
