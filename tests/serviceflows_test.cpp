@@ -11,6 +11,8 @@ constexpr std::size_t kStats = 16640;
 constexpr std::size_t kSfMax = kStats + 8;
 using Strings = std::vector<std::string>;
 using Offsets = std::vector<std::size_t>;
+using V = std::vector<int64_t>;
+#define CALL(expr) [] { return expr; }
 
 std::size_t sf(uint32_t row, std::size_t field) { return 80 * row + field; }
 
@@ -32,10 +34,8 @@ TEST_F(ServiceFlows, FreeRowRuleGrowsTheRangeReusesHolesAndRefusesWhenFull) {
   EXPECT_EQ(qos_intDb_AddSfId(0x700, 2, 3), 0);         // grows to row 6
   qos_intDb_SfDb_RowReset(2);
   EXPECT_EQ(qos_intDb_AddSf(0x200, 9, 2), 0);  // the hole inside the range
-  EXPECT_EQ(at<uint16_t>(sf(5, 8)), 20u);
-  EXPECT_EQ(at<uint32_t>(sf(6, 4)), 0x700u);
-  EXPECT_EQ(at<uint32_t>(sf(2, 4)), 0x200u);
-  EXPECT_EQ(at<int32_t>(kSfMax), 6);
+  EXPECT_EQ((V{at<uint16_t>(sf(5, 8)), at<uint32_t>(sf(6, 4)), at<uint32_t>(sf(2, 4)), at<int32_t>(kSfMax)}),
+            (V{20, 0x700, 0x200, 6}));
 
   for (uint32_t i = 0; i < 128; ++i) putRow(i, QOS_SF_OPERATIONAL, 1000, -1);
   put<int32_t>(kSfMax, 127);
@@ -44,40 +44,31 @@ TEST_F(ServiceFlows, FreeRowRuleGrowsTheRangeReusesHolesAndRefusesWhenFull) {
   EXPECT_EQ(qos_intDb_AddSfReference(7, 1, 3), -1);
   EXPECT_EQ(qos_intDb_AddSfId(0x55, 1, 3), -1);
   EXPECT_EQ(changedOffsets(before, snapshot()), Offsets{});
-  EXPECT_EQ(logs.texts(),
-            (Strings{"qos_intDb_AddSf: SF int DB is full. SFId = 0x55 SF Ref=7 cannot be added to DB",
-                     "qos_intDb_AddSfReference: SF int DB is full. SF Ref=7 of TA index = 3 cannot be added to DB",
-                     "qos_intDb_AddSfId: SF int DB is full. SF ID = 0x55 of TA index = 3 cannot be added to DB"}));
+  EXPECT_EQ(logs.texts(), (Strings{"qos_intDb_AddSf: SF int DB is full. SFId = 0x55 SF Ref=7 cannot be added to DB",
+                                    "qos_intDb_AddSfReference: SF int DB is full. SF Ref=7 of TA index = 3 cannot be added to DB",
+                                    "qos_intDb_AddSfId: SF int DB is full. SF ID = 0x55 of TA index = 3 cannot be added to DB"}));
   for (const auto& r : logs.records()) EXPECT_EQ(r.text.substr(0, r.function.size()), r.function);
 }
 
 // Row 1 is a placeholder with counters, row 2 free but still carrying a
 // reference: the adds' take-over scans look at no state.
 TEST_F(ServiceFlows, AddsTakeOverRowsOfTheirFlowAndKeepTheirCounters) {
-  struct Case {
-    std::function<int32_t()> add;
-    uint32_t row, state;
-    int32_t ta;
-  } cases[] = {
-      {[] { return qos_intDb_AddSf(0x300, 5, 2); }, 1, QOS_SF_OPERATIONAL, 4},
-      {[] { return qos_intDb_AddSfReference(5, 2, 4); }, 1, QOS_SF_ADDING, 4},
-      {[] { return qos_intDb_AddSfReference(5, 2, 6); }, 0, QOS_SF_ADDING, 6},  // other transaction
-      {[] { return qos_intDb_AddSf(0x300, 8, 2); }, 2, QOS_SF_OPERATIONAL, 4},
-      {[] { return qos_intDb_AddSfReference(8, 2, 4); }, 2, QOS_SF_ADDING, 4},
+  const struct { std::function<int32_t()> add; uint32_t row, state; int32_t ta; } cases[] = {
+      {CALL(qos_intDb_AddSf(0x300, 5, 2)), 1, QOS_SF_OPERATIONAL, 4},
+      {CALL(qos_intDb_AddSfReference(5, 2, 4)), 1, QOS_SF_ADDING, 4},
+      {CALL(qos_intDb_AddSfReference(5, 2, 6)), 0, QOS_SF_ADDING, 6},  // other transaction
+      {CALL(qos_intDb_AddSf(0x300, 8, 2)), 2, QOS_SF_OPERATIONAL, 4},
+      {CALL(qos_intDb_AddSfReference(8, 2, 4)), 2, QOS_SF_ADDING, 4},
   };
   for (const auto& c : cases) {
     qos_intDb_SfDb_Reset();
     putRow(1, QOS_SF_REFERENCED, 5, 4);
-    put<uint32_t>(sf(1, 52), 3);  // clsfCounter
-    put<uint32_t>(sf(1, 56), 2);  // phsCounter
+    put<uint32_t>(sf(1, 52), 3), put<uint32_t>(sf(1, 56), 2);  // classifier and rule counters
     putRow(2, QOS_SF_EMPTY, 8, 4);
     put<int32_t>(kSfMax, 2);
     ASSERT_EQ(c.add(), 0);
-    EXPECT_EQ(at<uint32_t>(sf(c.row, 0)), c.state);
-    EXPECT_EQ(at<uint8_t>(sf(c.row, 10)), 2u);
-    EXPECT_EQ(at<int32_t>(sf(c.row, 28)), c.ta);
-    EXPECT_EQ(at<uint32_t>(sf(1, 52)) + at<uint32_t>(sf(1, 56)), 5u);
-    EXPECT_EQ(at<int32_t>(kSfMax), 2);
+    EXPECT_EQ((V{at<uint32_t>(sf(c.row, 0)), at<uint8_t>(sf(c.row, 10)), at<int32_t>(sf(c.row, 28))}), (V{c.state, 2, c.ta}));
+    EXPECT_EQ((V{at<uint32_t>(sf(1, 52)), at<uint32_t>(sf(1, 56)), at<int32_t>(kSfMax)}), (V{3, 2, 2}));
   }
   EXPECT_EQ(qos_intDb_AddSfReference(5, 2, 6), 0);  // the same twice: one row
   EXPECT_EQ(qos_intDb_AddSfReference(5, 2, 6), 0);
@@ -102,33 +93,25 @@ TEST_F(ServiceFlows, LookupsHaveTheirOwnStateFiltersAndRanges) {
   putRow(2, QOS_SF_EMPTY, 8, 3, 1);
   putRow(5, QOS_SF_OPERATIONAL, 8, 4, 2);
   put<int32_t>(kSfMax, 2);
-  using F = std::function<int32_t(uint32_t*)>;
   const uint32_t none = 0xFFFFFFFF, untouched = 77;
-  const struct { F find; int32_t result; uint32_t out; } cases[] = {
-      {[](uint32_t* o) { return qos_intDb_FindSfByRef(9, o); }, 0, 1},
-      {[](uint32_t* o) { return qos_intDb_FindSfByRef(8, o); }, -1, untouched},
-      {[](uint32_t* o) { return qos_intDb_FindSfByRef(0x10009, o); }, -1, untouched},
-      {[](uint32_t* o) { return qos_intDb_FindSfByTaAndRef(9, 3, o); }, 0, 0},
-      {[](uint32_t* o) { return qos_intDb_FindSfByTaAndRef(8, 3, o); }, 0, 2},
-      {[](uint32_t* o) { return qos_intDb_FindSfByTaAndRef(8, 4, o); }, -1, none},
-      {[](uint32_t* o) { return qos_intDb_FindSfByTaAndRef(9, -1, o); }, -1, untouched},
-      {[](uint32_t* o) { return qos_intDb_FindSFByTaIndex(3, o); }, 0, 0},
-      {[](uint32_t* o) { return qos_intDb_FindSFByTaIndex(4, o); }, 0, 5},
-      {[](uint32_t* o) { return qos_intDb_FindSFByTaIndexAndDirection(3, 1, o); }, 0, 1},
-      {[](uint32_t* o) { return qos_intDb_FindSFByTaIndexAndDirection(4, 2, o); }, 0, 5},
-      {[](uint32_t* o) { return qos_intDb_FindSFByTaIndexAndDirection(3, 0x101, o); }, -1, untouched},
-      {[](uint32_t* o) { return qos_intDb_NextSFIndexOfTa(3, -1, o); }, 0, 1},
-      {[](uint32_t* o) { return qos_intDb_NextSFIndexOfTa(3, 1, o); }, -1, none},
-      {[](uint32_t* o) { return qos_intDb_NextSFIndexOfTa(4, 0, o); }, 0, 5},
-      {[](uint32_t* o) { return qos_intDb_NextSFIndexOfTa(4, 128, o); }, -1, untouched},
-      {[](uint32_t* o) { return qos_intDb_NextSFIndexOfTa(-1, -1, o); }, -1, untouched},
+#define FIND(expr) [](uint32_t* o) { return expr; }
+  const struct { std::function<int32_t(uint32_t*)> find; int32_t result; uint32_t out; } cases[] = {
+      {FIND(qos_intDb_FindSfByRef(9, o)), 0, 1}, {FIND(qos_intDb_FindSfByRef(8, o)), -1, untouched},
+      {FIND(qos_intDb_FindSfByRef(0x10009, o)), -1, untouched},
+      {FIND(qos_intDb_FindSfByTaAndRef(9, 3, o)), 0, 0}, {FIND(qos_intDb_FindSfByTaAndRef(8, 3, o)), 0, 2},
+      {FIND(qos_intDb_FindSfByTaAndRef(8, 4, o)), -1, none}, {FIND(qos_intDb_FindSfByTaAndRef(9, -1, o)), -1, untouched},
+      {FIND(qos_intDb_FindSFByTaIndex(3, o)), 0, 0}, {FIND(qos_intDb_FindSFByTaIndex(4, o)), 0, 5},
+      {FIND(qos_intDb_FindSFByTaIndexAndDirection(3, 1, o)), 0, 1}, {FIND(qos_intDb_FindSFByTaIndexAndDirection(4, 2, o)), 0, 5},
+      {FIND(qos_intDb_FindSFByTaIndexAndDirection(3, 0x101, o)), -1, untouched},
+      {FIND(qos_intDb_NextSFIndexOfTa(3, -1, o)), 0, 1}, {FIND(qos_intDb_NextSFIndexOfTa(3, 1, o)), -1, none},
+      {FIND(qos_intDb_NextSFIndexOfTa(4, 0, o)), 0, 5}, {FIND(qos_intDb_NextSFIndexOfTa(4, 128, o)), -1, untouched},
+      {FIND(qos_intDb_NextSFIndexOfTa(-1, -1, o)), -1, untouched},
   };
-  for (std::size_t i = 0; i < sizeof cases / sizeof cases[0]; ++i) {
+  for (const auto& c : cases) {
     uint32_t out = untouched;
-    EXPECT_EQ(cases[i].find(&out), cases[i].result) << "case " << i;
-    EXPECT_EQ(out, cases[i].out) << "case " << i;
-    EXPECT_EQ(cases[i].find(nullptr), -1) << "case " << i;
+    EXPECT_EQ((V{c.find(&out), out, c.find(nullptr)}), (V{c.result, c.out, -1})) << "case " << &c - cases;
   }
+#undef FIND
   EXPECT_TRUE(logs.records().empty());
 }
 
@@ -139,38 +122,32 @@ TEST_F(ServiceFlows, TransactionMovesOfChangeDeleteAndPairs) {
   EXPECT_EQ(qos_intDb_StartDeleteSF(0, 5), 0);   // the working transaction now holds
   EXPECT_EQ(qos_intDb_StartDeleteSF(1, 10), 0);  // none working: held stays
   EXPECT_EQ(qos_intDb_ChangeSF(1, 5), 0);
-  EXPECT_EQ((std::vector<int32_t>{at<int32_t>(sf(0, 0)), at<int32_t>(sf(0, 28)), at<int32_t>(sf(0, 32)),
-                                  at<int32_t>(sf(1, 0)), at<int32_t>(sf(1, 28)), at<int32_t>(sf(1, 32))}),
-            (std::vector<int32_t>{4, 5, 0, 3, 5, 7}));
-  const auto before = snapshot();
-  for (int32_t ta : {11, -1}) EXPECT_EQ(qos_intDb_StartDeleteSF(0, ta), -1);
-  EXPECT_EQ(qos_intDb_StartDeleteSF(128, 1), -1);
-  EXPECT_EQ(qos_intDb_ChangeSF(0xFFFFFFFF, 1), -1);
-  EXPECT_EQ(changedOffsets(before, snapshot()), Offsets{});
+  EXPECT_EQ((V{at<int32_t>(sf(0, 0)), at<int32_t>(sf(0, 28)), at<int32_t>(sf(0, 32)), at<int32_t>(sf(1, 0)),
+               at<int32_t>(sf(1, 28)), at<int32_t>(sf(1, 32))}),
+            (V{4, 5, 0, 3, 5, 7}));
+  // Bad indexes are refused silently.
+  EXPECT_EQ((V{qos_intDb_StartDeleteSF(0, 11), qos_intDb_StartDeleteSF(0, -1), qos_intDb_StartDeleteSF(128, 1),
+               qos_intDb_ChangeSF(0xFFFFFFFF, 1)}), (V{-1, -1, -1, -1}));
   EXPECT_TRUE(logs.records().empty());
 
   put<int32_t>(kSfMax, 2);
   putRow(2, QOS_SF_ADDING, 3, -1);
-  uint32_t ta = 99, pair = 99;
-  EXPECT_EQ(qos_intDb_GetSfTaIndexAndPairSf(1, &ta, &pair), 0);
-  EXPECT_EQ(pair, 0u);
+  auto pairOf = [](uint32_t row) {  // result, transaction, pair row
+    uint32_t ta = 99, pair = 99;
+    return V{qos_intDb_GetSfTaIndexAndPairSf(row, &ta, &pair), ta, pair};
+  };
+  EXPECT_EQ(pairOf(1), (V{0, 5, 0}));
   put<int32_t>(sf(0, 28), 6);
-  EXPECT_EQ(qos_intDb_GetSfTaIndexAndPairSf(1, &ta, &pair), 0);  // alone in its transaction
-  EXPECT_EQ(pair, 0xFFFFFFFFu);
-  pair = 99;
-  EXPECT_EQ(qos_intDb_GetSfTaIndexAndPairSf(2, &ta, &pair), -1);  // no transaction
-  EXPECT_EQ(ta, 0xFFFFFFFFu);
-  EXPECT_EQ(pair, 99u);
-  EXPECT_EQ(qos_intDb_GetSfTaIndexAndPairSf(3, &ta, &pair), -1);  // free row
-  EXPECT_EQ(qos_intDb_GetSfTaIndexAndPairSf(0, nullptr, &pair), -1);
-  EXPECT_EQ(qos_intDb_GetSfTaIndexAndPairSf(128, &ta, &pair), -1);
+  EXPECT_EQ(pairOf(1), (V{0, 5, 0xFFFFFFFF}));   // alone in its transaction
+  EXPECT_EQ(pairOf(2), (V{-1, 0xFFFFFFFF, 99}));  // no transaction
+  EXPECT_EQ(pairOf(3)[0], -1);                    // free row
+  EXPECT_EQ(pairOf(128)[0], -1);
   EXPECT_EQ(logs.texts(), Strings{"func qos_intDb_GetSfTaIndexAndPairSf: ---> SF DB index 128 is out of range"});
 }
 
 TEST_F(ServiceFlows, NextActiveUpstreamFlowIgnoresTheState) {
-  put<uint8_t>(sf(6, 10), 2);  // row 6 is free
-  put<uint8_t>(sf(6, 24), 5);
-  put<uint8_t>(sf(1, 24), 4);  // active but downstream
+  put<uint8_t>(sf(6, 10), 2), put<uint8_t>(sf(6, 24), 5);  // row 6 is free
+  put<uint8_t>(sf(1, 24), 4);                             // active but downstream
   uint32_t next = 99;
   EXPECT_EQ(qos_intDb_FindNextActiveSf(-1, &next), 0);
   EXPECT_EQ(next, 6u);
@@ -182,12 +159,8 @@ TEST_F(ServiceFlows, NextActiveUpstreamFlowIgnoresTheState) {
 
 // The attribute family, one member per line: range logged, free row
 // refused, the field's offset and width, the output's width (0: a setter).
-struct Member {
-  const char* name;
-  std::function<int32_t(uint32_t, void*)> call;
-  bool logsRange, refusesFreeRow;
-  std::size_t field, fieldWidth, outWidth;
-};
+struct Member { const char* name; std::function<int32_t(uint32_t, void*)> call; bool logsRange, refusesFreeRow;
+                std::size_t field, fieldWidth, outWidth; };
 #define GET(fn, T) #fn, [](uint32_t i, void* o) { return fn(i, static_cast<T*>(o)); }
 #define SET(fn) #fn, [](uint32_t i, void*) { return fn(i, 0xA1B2C3D4); }
 const Member kMembers[] = {
@@ -213,14 +186,9 @@ const Member kMembers[] = {
 #undef GET
 #undef SET
 
-uint32_t readWidth(const void* p, std::size_t width) {
-  uint8_t b8;
-  uint16_t b16;
-  uint32_t b32;
-  if (width == 1) return std::memcpy(&b8, p, 1), b8;
-  if (width == 2) return std::memcpy(&b16, p, 2), b16;
-  return std::memcpy(&b32, p, 4), b32;
-}
+template <typename T>
+uint32_t load(const void* p) { T v; return std::memcpy(&v, p, sizeof v), v; }
+uint32_t readWidth(const void* p, std::size_t w) { return w == 1 ? load<uint8_t>(p) : w == 2 ? load<uint16_t>(p) : load<uint32_t>(p); }
 
 TEST_F(ServiceFlows, AttributeFamilyRangeFreeRowAndWidth) {
   for (const Member& m : kMembers) {
@@ -229,28 +197,22 @@ TEST_F(ServiceFlows, AttributeFamilyRangeFreeRowAndWidth) {
     for (std::size_t b = 0; b < 80; ++b) put<uint8_t>(sf(0, b), static_cast<uint8_t>(b + 1));
     auto before = snapshot();
     uint8_t out[8];
+    auto call = [&](uint32_t index) { return std::memset(out, 0xEE, sizeof out), m.call(index, out); };
     for (uint32_t index : {128u, 0xFFFFFFFFu}) {
       logs.clear();
-      std::memset(out, 0xEE, sizeof out);
-      EXPECT_EQ(m.call(index, out), -1);
+      EXPECT_EQ(call(index), -1);
       EXPECT_EQ(out[0], 0xEE);
-      Strings expected;
-      if (m.logsRange) {
-        expected.push_back(std::string("func ") + m.name + ": ---> SF DB index " +
-                           std::to_string(static_cast<int32_t>(index)) + " is out of range");
-      }
-      EXPECT_EQ(logs.texts(), expected);
+      const std::string range = "func " + std::string(m.name) + ": ---> SF DB index " + std::to_string(int32_t(index));
+      EXPECT_EQ(logs.texts(), m.logsRange ? Strings{range + " is out of range"} : Strings{});
     }
     EXPECT_EQ(changedOffsets(before, snapshot()), Offsets{});
     // A free row (row 1); its transaction links read -1, which fails too.
     const bool link = m.outWidth != 0 && (m.field == 28 || m.field == 32);
-    std::memset(out, 0xEE, sizeof out);
-    EXPECT_EQ(m.call(1, out), m.refusesFreeRow || link ? -1 : 0);
+    EXPECT_EQ(call(1), m.refusesFreeRow || link ? -1 : 0);
     EXPECT_EQ(out[0] == 0xEE, m.refusesFreeRow || m.outWidth == 0);
     // A used row: exactly the field, at the output's width.
     before = snapshot();
-    std::memset(out, 0xEE, sizeof out);
-    EXPECT_EQ(m.call(0, out), 0);
+    EXPECT_EQ(call(0), 0);
     const uint32_t field = readWidth(region() + sf(0, m.field), m.fieldWidth);
     Offsets changed = changedOffsets(before, snapshot());
     if (m.outWidth != 0) {
@@ -283,25 +245,20 @@ TEST_F(ServiceFlows, AttributeExtras) {
 TEST_F(ServiceFlows, DumpsOfOneRowAndOfTheTable) {
   ASSERT_EQ(qos_intDb_AddSf(0x1234, 5, 2), 0);
   ASSERT_EQ(qos_intDb_AddSfId(0xA, 1, 3), 0);
-  put<uint16_t>(sf(0, 16), 0x3F);
-  put<int8_t>(sf(0, 48), -1);
-  put<uint32_t>(sf(0, 52), 3);
+  put<uint16_t>(sf(0, 16), 0x3F), put<int8_t>(sf(0, 48), -1), put<uint32_t>(sf(0, 52), 3);
   EXPECT_EQ(captureStdout([] { EXPECT_EQ(qos_intDb_fullPrintSF(0), 0); }),
             "  SF DB Idx = 0    SFID = 0x1234      Ref = 5   Direction = 2   Status=1   \n"
             "  ParamSet Type      = 0\n  SID                = 0x3f\n  SID Cluster index  = 0\n"
             "  Main DB index      = 0\n  Active TA db index = -1\n  Held TA db index   = -1\n"
             "  Pair SF db index   = 0\n  SidClusterCounter  = -1\n  clsf counter       = 3\n"
             "  phs counter        = 0\n  \n");
-  const std::string row1 =
-      "SF DB Idx=1    SFID=0xa         Ref=0   Dir=1  Status=2  ParamSetType=0  SID=0x0     ClustIdx=0\n";
+  const std::string row1 = "SF DB Idx=1    SFID=0xa         Ref=0   Dir=1  Status=2  ParamSetType=0  SID=0x0     ClustIdx=0\n";
   EXPECT_EQ(captureStdout([] { EXPECT_EQ(qos_intDb_shortPrintSF(128), 0); }),
             "   Service Flow internal data base \n\n"
-            "SF DB Idx=0    SFID=0x1234      Ref=5   Dir=2  Status=1  ParamSetType=0  SID=0x3f    ClustIdx=0\n" +
-                row1);
+            "SF DB Idx=0    SFID=0x1234      Ref=5   Dir=2  Status=1  ParamSetType=0  SID=0x3f    ClustIdx=0\n" + row1);
   EXPECT_EQ(captureStdout([] { EXPECT_EQ(qos_intDb_shortPrintSF(1), 0); }), row1);
   EXPECT_EQ(captureStdout([] { EXPECT_EQ(qos_intDb_shortPrintSF(2), 0); }), "");
-  EXPECT_EQ(captureStdout([] { EXPECT_EQ(qos_intDb_fullPrintSF(2), -1); }),
-            "The specified SF internal DB entry is not used (index 2) \n");
+  EXPECT_EQ(captureStdout([] { EXPECT_EQ(qos_intDb_fullPrintSF(2), -1); }), "The specified SF internal DB entry is not used (index 2) \n");
   const std::string incorrect = " Incorrect SF internal DB index -1 \n";
   EXPECT_EQ(captureStdout([] { EXPECT_EQ(qos_intDb_shortPrintSF(-1), -1); }), incorrect);
   EXPECT_EQ(captureStdout([] { EXPECT_EQ(qos_intDb_fullPrintSF(0xFFFFFFFF), -1); }), incorrect);
