@@ -7,6 +7,7 @@ namespace {
 
 constexpr std::size_t kStats = 16640;
 constexpr std::size_t kMark = kStats + 32;  // clusterDbMaxIndex
+using V = std::vector<int64_t>;
 
 std::size_t cl(uint32_t row, std::size_t field) { return 16704 + 44 * row + field; }
 int8_t counterOf(uint32_t sfRow) { return at<int8_t>(80 * sfRow + 48); }
@@ -16,22 +17,16 @@ struct Channels {
   SidChannelMapping m[4];
 };
 Channels channels(uint8_t ucid, uint16_t sid) {
-  Channels c{};
-  c.m[0] = {QOS_MAP_DELETE, ucid, 0, sid};
-  c.m[1] = {0, static_cast<uint8_t>(ucid + 1), 0, static_cast<uint16_t>(sid + 1)};
-  return c;
+  return {{{QOS_MAP_DELETE, ucid, 0, sid}, {0, static_cast<uint8_t>(ucid + 1), 0, static_cast<uint16_t>(sid + 1)}, {}, {}}};
 }
-int32_t add(uint32_t sfId, uint8_t id, uint8_t ucid) {
-  return qos_intDb_AddSfSidCluster(sfId, id, channels(ucid, ucid * 10).m);
-}
+int32_t add(uint32_t sfId, uint8_t id, uint8_t ucid) { return qos_intDb_AddSfSidCluster(sfId, id, channels(ucid, ucid * 10).m); }
 
 using SidClusters = StoreTest;
 
 TEST_F(SidClusters, ClustersStoredBeforeTheFlowAreCountedByItsAdd) {
   ASSERT_EQ(add(0x77, 1, 3), 0);
   EXPECT_EQ(at<int32_t>(kMark), 0);  // row 0 lies in the range already
-  ASSERT_EQ(add(0x77, 2, 5), 0);
-  ASSERT_EQ(add(0x88, 1, 5), 0);
+  ASSERT_EQ((V{add(0x77, 2, 5), add(0x88, 1, 5)}), (V{0, 0}));
   EXPECT_EQ(at<int32_t>(kMark), 2);
   EXPECT_EQ(at<uint32_t>(0), 0u);  // no flow row was touched
   ASSERT_EQ(qos_intDb_AddSf(0x77, 4, 2), 0);
@@ -41,25 +36,17 @@ TEST_F(SidClusters, ClustersStoredBeforeTheFlowAreCountedByItsAdd) {
 }
 
 TEST_F(SidClusters, AddRewriteAndDeleteMoveTheFlowCounter) {
-  ASSERT_EQ(qos_intDb_AddSf(0x77, 4, 2), 0);
-  ASSERT_EQ(add(0x77, 1, 3), 0);
-  ASSERT_EQ(add(0x77, 2, 4), 0);
+  ASSERT_EQ((V{qos_intDb_AddSf(0x77, 4, 2), add(0x77, 1, 3), add(0x77, 2, 4)}), (V{0, 0, 0}));
   ASSERT_EQ(add(0x77, 1, 9), 0);  // rewrite: no count, action words not written
-  EXPECT_EQ(counterOf(0), 2);
-  EXPECT_EQ(at<uint32_t>(cl(0, 12)), 0u);
-  EXPECT_EQ(at<uint8_t>(cl(0, 16)), 9u);
-  EXPECT_EQ(at<uint16_t>(cl(0, 18)), 90u);
+  EXPECT_EQ((V{counterOf(0), at<uint32_t>(cl(0, 12)), at<uint8_t>(cl(0, 16)), at<uint16_t>(cl(0, 18))}), (V{2, 0, 9, 90}));
   ASSERT_EQ(qos_intDb_DelSfSidCluster(0x77, 1), 0);
   EXPECT_EQ(qos_intDb_DelSfSidCluster(0x77, 1), -1);
   EXPECT_EQ(counterOf(0), 1);
   for (std::size_t b = 0; b < 44; ++b) EXPECT_EQ(at<uint8_t>(cl(0, b)), 0u);
   ASSERT_EQ(add(0x77, 3, 1), 0);  // reuses row 0 below the mark
-  EXPECT_EQ(at<uint8_t>(cl(0, 8)), 3u);
-  EXPECT_EQ(at<int32_t>(kMark), 1);
-  EXPECT_EQ(counterOf(0), 2);
+  EXPECT_EQ((V{at<uint8_t>(cl(0, 8)), at<int32_t>(kMark), counterOf(0)}), (V{3, 1, 2}));
   ASSERT_EQ(qos_intDb_DeleteSidClustersOfSf(0x77), 0);  // the flow goes: counter left alone
-  EXPECT_EQ(counterOf(0), 2);
-  EXPECT_EQ(at<uint32_t>(cl(1, 4)), 0u);
+  EXPECT_EQ((V{counterOf(0), at<uint32_t>(cl(1, 4))}), (V{2, 0}));
   EXPECT_TRUE(logs.records().empty());
 }
 
@@ -78,13 +65,11 @@ TEST_F(SidClusters, FullTableRefusesNewPairsButRewritesStoredOnes) {
 }
 
 TEST_F(SidClusters, ReadsWalksAndMappingLookups) {
-  ASSERT_EQ(add(0x99, 1, 3), 0);
-  ASSERT_EQ(add(0x55, 1, 3), 0);
-  ASSERT_EQ(add(0x99, 4, 6), 0);
+  ASSERT_EQ((V{add(0x99, 1, 3), add(0x55, 1, 3), add(0x99, 4, 6)}), (V{0, 0, 0}));
   Channels out = channels(0, 0);
   ASSERT_EQ(qos_intDb_GetSfSidCluster(0x99, 4, out.m), 0);
-  EXPECT_EQ(out.m[0].action, uint32_t{QOS_MAP_DELETE});  // the caller's action words stay
-  EXPECT_EQ(out.m[1].ucid * 1000 + out.m[1].sid, 7061);
+  // The caller's action words stay.
+  EXPECT_EQ((V{out.m[0].action, out.m[1].ucid, out.m[1].sid}), (V{QOS_MAP_DELETE, 7, 61}));
   EXPECT_EQ(qos_intDb_GetSfSidCluster(0x99, 2, out.m), -1);
 
   uint8_t id = 0;
@@ -92,19 +77,17 @@ TEST_F(SidClusters, ReadsWalksAndMappingLookups) {
       {-5, 0, 0}, {-1, 0, 0}, {0, 0, 2}, {2, -1, 2}, {78, -1, 78}, {INT32_MAX, -1, INT32_MAX}};
   for (const auto& w : walks) {
     int32_t cursor = w.cursor;
-    EXPECT_EQ(qos_intDb_GetNextSfSidCluster(0x99, &cursor, &id, nullptr), w.result) << w.cursor;
-    EXPECT_EQ(cursor, w.after) << w.cursor;
+    EXPECT_EQ((V{qos_intDb_GetNextSfSidCluster(0x99, &cursor, &id, nullptr), cursor}), (V{w.result, w.after})) << w.cursor;
   }
   EXPECT_EQ(id, 4u);
 
-  uint32_t sid = 123;
-  EXPECT_EQ(qos_intDb_GetSidClusterTableRow(0x99, 4, 9, &sid), -1);
-  EXPECT_EQ(sid, 123u);
-  EXPECT_EQ(qos_intDb_GetSidClusterTableRow(0x99, 4, 7, &sid), 0);
-  EXPECT_EQ(sid, 61u);
-  // Free rows are matched like used ones: SFID 0 answers from a free row.
-  EXPECT_EQ(qos_intDb_GetSidClusterTableRow(0, 0, 0, &sid), 0);
-  EXPECT_EQ(sid, 0u);
+  auto sidOf = [](uint32_t sfId, uint8_t cluster, uint8_t ucid) {
+    uint32_t sid = 123;
+    return V{qos_intDb_GetSidClusterTableRow(sfId, cluster, ucid, &sid), sid};
+  };
+  EXPECT_EQ(sidOf(0x99, 4, 9), (V{-1, 123}));
+  EXPECT_EQ(sidOf(0x99, 4, 7), (V{0, 61}));
+  EXPECT_EQ(sidOf(0, 0, 0), (V{0, 0}));  // free rows are matched like used ones
   EXPECT_TRUE(logs.records().empty());
 }
 
@@ -126,8 +109,7 @@ TEST_F(SidClusters, SwitchoverCriteriaLimitsAndCount) {
 }
 
 TEST_F(SidClusters, DumpListsRowsInUseUpToTheMark) {
-  ASSERT_EQ(add(0x99, 1, 3), 0);
-  ASSERT_EQ(add(0x55, 2, 5), 0);
+  ASSERT_EQ((V{add(0x99, 1, 3), add(0x55, 2, 5)}), (V{0, 0}));
   put<uint32_t>(cl(1, 0), 2);  // not status 1
   put<uint32_t>(cl(2, 0), 1);  // above the mark
   EXPECT_EQ(captureStdout([] { EXPECT_EQ(qos_intDb_PrintSidClusters(), 0); }),
