@@ -63,29 +63,35 @@ bool isResetClsf(const qos::ClsfRow& r) {
 using Outcome = StoreTest;
 
 // The flow state table: a downstream flow of T, held by H, through each
-// outcome. After: state, working and holding transaction, committed,
-// reference, pair; the event, if any, goes to the former holder H.
-TEST_F(Outcome, FlowRowsOfTheTransaction) {
-  const struct { const char* name; uint32_t type, initiator; Op op; V after; uint32_t event; } cases[] = {
-      {"DSA succeeded", QOS_TA_DSA, 0, ok, {1, N, T, 1, 0, N}, 0},
-      {"DSC succeeded", QOS_TA_DSC, 0, ok, {1, N, T, 1, 5, N}, QOS_EV_HELD_SF_CHANGED},
-      {"DSD succeeded", QOS_TA_DSD, 0, ok, {6, N, T, 0, 5, 9}, QOS_EV_HELD_SF_DELETED},
-      {"DSA failure", QOS_TA_DSA, 0, fail, {5, N, T, 7, 5, 9}, 0},
-      {"DSC failure", QOS_TA_DSC, 0, fail, {1, N, T, 7, 5, 9}, 0},
-      {"DSD failure", QOS_TA_DSD, 0, fail, {4, T, H, 7, 5, 9}, 0},
-      {"modem DSA error", QOS_TA_DSA, 0, err, {5, N, T, 7, 5, 9}, 0},
-      {"CMTS DSA error", QOS_TA_DSA, 1, err, {4, N, T, 7, 5, 9}, 0},
-      {"DSC error", QOS_TA_DSC, 0, err, {4, N, T, 7, 5, 9}, 0},
-      {"DSD error", QOS_TA_DSD, 0, err, {6, N, T, 0, 5, 9}, QOS_EV_HELD_SF_DELETED},
-      {"DSA forced end", QOS_TA_DSA, 0, forced, {5, N, H, 7, 5, 9}, 0},
-      {"DSC forced end", QOS_TA_DSC, 0, forced, {1, N, H, 7, 5, 9}, 0},
-      {"DSD forced end", QOS_TA_DSD, 0, forced, {4, N, H, 7, 5, 9}, 0},
-      {"unknown type succeeded", 7, 0, ok, {3, T, H, 7, 5, 9}, 0},
-      {"unknown type error", 7, 0, err, {3, T, H, 7, 5, 9}, 0},
+// outcome, then the end of T's hold. After the outcome: state, working and
+// holding transaction, committed, reference, pair; the event, if any, goes to
+// the former holder H. After the end: freed, state, working and holding
+// transaction; "meanwhile" another transaction starts on the flow before it.
+TEST_F(Outcome, FlowRowsOfTheTransactionAndTheEndOfItsHold) {
+  const V freed{1, 0, N, N};
+  const struct { const char* name; uint32_t type, initiator; Op op; V after; uint32_t event; V end;
+                 int32_t meanwhile = N; } cases[] = {
+      {"DSA succeeded", QOS_TA_DSA, 0, ok, {1, N, T, 1, 0, N}, 0, {0, 1, N, N}},
+      {"DSC succeeded", QOS_TA_DSC, 0, ok, {1, N, T, 1, 5, N}, QOS_EV_HELD_SF_CHANGED, {0, 1, N, N}},
+      {"DSD succeeded", QOS_TA_DSD, 0, ok, {6, N, T, 0, 5, 9}, QOS_EV_HELD_SF_DELETED, freed},
+      {"DSD succeeded, flow taken on", QOS_TA_DSD, 0, ok, {6, N, T, 0, 5, 9}, QOS_EV_HELD_SF_DELETED, {0, 6, 6, N}, 6},
+      {"DSA failure", QOS_TA_DSA, 0, fail, {5, N, T, 7, 5, 9}, 0, freed},
+      {"DSC failure", QOS_TA_DSC, 0, fail, {1, N, T, 7, 5, 9}, 0, {0, 1, N, N}},
+      {"DSD failure", QOS_TA_DSD, 0, fail, {4, T, H, 7, 5, 9}, 0, {0, 4, T, H}},
+      {"modem DSA error", QOS_TA_DSA, 0, err, {5, N, T, 7, 5, 9}, 0, freed},
+      {"CMTS DSA error", QOS_TA_DSA, 1, err, {4, N, T, 7, 5, 9}, 0, {0, 4, N, N}},
+      {"DSC error", QOS_TA_DSC, 0, err, {4, N, T, 7, 5, 9}, 0, {0, 4, N, N}},
+      {"DSD error", QOS_TA_DSD, 0, err, {6, N, T, 0, 5, 9}, QOS_EV_HELD_SF_DELETED, freed},
+      {"DSA forced end", QOS_TA_DSA, 0, forced, {5, N, H, 7, 5, 9}, 0, {0, 5, N, H}},
+      {"DSC forced end", QOS_TA_DSC, 0, forced, {1, N, H, 7, 5, 9}, 0, {0, 1, N, H}},
+      {"DSD forced end", QOS_TA_DSD, 0, forced, {4, N, H, 7, 5, 9}, 0, {0, 4, N, H}},
+      {"unknown type succeeded", 7, 0, ok, {3, T, H, 7, 5, 9}, 0, {0, 3, T, H}},
+      {"unknown type error", 7, 0, err, {3, T, H, 7, 5, 9}, 0, {0, 3, T, H}},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name);
     freshStoreWithTa(c.type, c.initiator);
+    putFlow(2, QOS_SF_OPERATIONAL, 0x50, N);
     qos::SfRow& r = putFlow(3, pendingState(c.type), kOwnFlow, T, H);
     r.ref = 5, r.committed = 7, r.pairSfIndex = 9;
     const auto before = snapshot();
@@ -95,6 +101,10 @@ TEST_F(Outcome, FlowRowsOfTheTransaction) {
     EXPECT_EQ((V{r.state, r.taIndex, r.heldTaIndex, r.committed, r.ref, r.pairSfIndex}), c.after);
     EXPECT_EQ(events.events(), (c.event ? Events{{QOS_EV_COMPONENT, c.event, H}} : Events{}));
     for (std::size_t off : changedOffsets(before, snapshot())) EXPECT_EQ(off / sizeof(qos::SfRow), 3u);
+    if (c.meanwhile != N) r.taIndex = c.meanwhile;
+    EXPECT_EQ(end(T), 0);
+    EXPECT_EQ((V{isResetFlow(r), r.state, r.taIndex, r.heldTaIndex}), c.end);
+    EXPECT_EQ((V{db().stats.sfDbMaxIndex, db().sf[2].state}), (V{c.end == freed ? 2 : 3, QOS_SF_OPERATIONAL}));
     EXPECT_TRUE(logs.records().empty());
   }
 }
@@ -182,42 +192,6 @@ TEST_F(Outcome, DsdFreesTheClassifiersOfItsFirstTwoFlowsOnly) {
   }
 }
 
-// The end of the hold after each earlier outcome: which flows it frees. When
-// kept: state and working transaction; "meanwhile" is another transaction
-// that starts on the flow before the end.
-TEST_F(Outcome, EndAfterEachOutcome) {
-  const struct { const char* name; uint32_t type, initiator; Op earlier; bool freed; uint32_t state;
-                 int32_t ta, meanwhile; } cases[] = {
-      {"DSA succeeded", QOS_TA_DSA, 0, ok, false, 1, N, N},
-      {"DSA failure", QOS_TA_DSA, 0, fail, true, 0, N, N},
-      {"modem DSA error", QOS_TA_DSA, 0, err, true, 0, N, N},
-      {"CMTS DSA error", QOS_TA_DSA, 1, err, false, 4, N, N},
-      {"DSA forced end", QOS_TA_DSA, 0, forced, false, 5, N, N},
-      {"DSA add abort", QOS_TA_DSA, 0, abort_, true, 0, N, N},
-      {"DSC succeeded", QOS_TA_DSC, 0, ok, false, 1, N, N},
-      {"DSC failure", QOS_TA_DSC, 0, fail, false, 1, N, N},
-      {"DSC error", QOS_TA_DSC, 0, err, false, 4, N, N},
-      {"DSC forced end", QOS_TA_DSC, 0, forced, false, 1, N, N},
-      {"DSD succeeded", QOS_TA_DSD, 0, ok, true, 0, N, N},
-      {"DSD succeeded, flow taken on", QOS_TA_DSD, 0, ok, false, 6, 6, 6},
-      {"DSD failure", QOS_TA_DSD, 0, fail, false, 4, T, N},
-      {"DSD error", QOS_TA_DSD, 0, err, true, 0, N, N},
-      {"DSD forced end", QOS_TA_DSD, 0, forced, false, 4, N, N},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    freshStoreWithTa(c.type, c.initiator);
-    putFlow(2, QOS_SF_OPERATIONAL, 0x50, N);
-    qos::SfRow& r = putFlow(5, pendingState(c.type), kOwnFlow, T);
-    ASSERT_EQ(c.earlier(T), 0);
-    if (c.meanwhile != N) r.taIndex = c.meanwhile;
-    EXPECT_EQ(end(T), 0);
-    EXPECT_EQ((V{isResetFlow(r), r.state, r.taIndex, r.heldTaIndex}), (V{c.freed, c.state, c.ta, N}));
-    EXPECT_EQ(db().stats.sfDbMaxIndex, c.freed ? 2 : 5);
-    EXPECT_EQ(db().sf[2].state, QOS_SF_OPERATIONAL);
-  }
-}
-
 // With the last row freed, both maximum indexes cover the whole table.
 TEST_F(Outcome, MaximumIndexesAfterTheLastFree) {
   freshStoreWithTa(QOS_TA_DSA);
@@ -229,7 +203,8 @@ TEST_F(Outcome, MaximumIndexesAfterTheLastFree) {
   EXPECT_EQ(db().stats.sfDbMaxIndex, 127);
 }
 
-// Without an added flow of its own, an abort writes nothing.
+// Without an added flow of its own, an abort writes nothing. The end of the
+// hold then frees the rejected flow.
 TEST_F(Outcome, AddAbortRejectsTheAddedFlowsAndFreesTheClassifiers) {
   for (bool adding : {true, false}) {
     SCOPED_TRACE(adding ? "with an added flow" : "without");
@@ -248,6 +223,8 @@ TEST_F(Outcome, AddAbortRejectsTheAddedFlowsAndFreesTheClassifiers) {
     if (!adding) continue;
     EXPECT_EQ((V{db().sf[0].state, db().sf[0].heldTaIndex, db().sf[0].taIndex}), (V{QOS_SF_ADD_REJECTED, T, N}));
     EXPECT_TRUE(isResetClsf(db().clsf[0]) && isResetClsf(db().clsf[1]));
+    EXPECT_EQ(end(T), 0);
+    EXPECT_TRUE(isResetFlow(db().sf[0]));
     const std::size_t clsf0 = offsetof(qos::QosIntDbRegion, clsf), clsf2 = clsf0 + 2 * sizeof(qos::ClsfRow);
     for (std::size_t off : changed) EXPECT_TRUE(off < sizeof(qos::SfRow) || (off >= clsf0 && off < clsf2)) << off;
   }
