@@ -83,9 +83,8 @@ TEST_F(Classifiers, TakeOverOnlyOfAMatchingPlaceholder) {
   EXPECT_EQ(logs.records()[1].level, QOS_LOG_ERROR);
 
   qos_intDb_SfDb_Reset();
-  ASSERT_EQ(qos_intDb_AddSf(0x100, 3, QOS_DIR_UPSTREAM), 0);
-  ASSERT_EQ(qos_intDb_AddClsf(0x100, 3, 7), 0);
-  ASSERT_EQ(qos_intDb_AddPhs(5, 9), 0);  // placeholder row 1 of classifier 9, flow reference 5
+  // Placeholder row 1 of classifier 9, flow reference 5.
+  ASSERT_EQ((V{qos_intDb_AddSf(0x100, 3, QOS_DIR_UPSTREAM), qos_intDb_AddClsf(0x100, 3, 7), qos_intDb_AddPhs(5, 9)}), V(3, 0));
   logs.clear();
   auto before = snapshot();
   EXPECT_EQ(qos_intDb_AddClsf(0x100, 3, 7), -1);  // an operational classifier holds reference 7
@@ -148,10 +147,8 @@ TEST_F(Classifiers, FullTablesRefuseWithTheirMessagesAndWriteNoRow) {
 // flow changing even when the append fails afterwards. Bad flow, classifier
 // or transaction indexes (-1 passed as unsigned among them) refuse silently.
 TEST_F(Classifiers, DscOperationsMarkAndCountAtOnce) {
-  ASSERT_EQ(qos_intDb_AddSf(0x100, 3, QOS_DIR_UPSTREAM), 0);
-  ASSERT_EQ(qos_intDb_AddClsf(0x100, 3, 7), 0);
-  ASSERT_EQ(qos_intDb_SetClsfId(0, 9), 0);
-  ASSERT_EQ(qos_intDb_SetClsfSfid(0, 0x100), 0);
+  ASSERT_EQ((V{qos_intDb_AddSf(0x100, 3, QOS_DIR_UPSTREAM), qos_intDb_AddClsf(0x100, 3, 7), qos_intDb_SetClsfId(0, 9),
+               qos_intDb_SetClsfSfid(0, 0x100)}), V(4, 0));
   const auto before = snapshot();
   const uint32_t bad[][3] = {{128, 0, 0}, {~0u, 0, 0}, {0, 0, 11}, {0, 0, ~0u}, {0, 320, 0}, {0, ~0u, 0}};
   for (const auto& c : bad) {  // the appends take no classifier index
@@ -161,13 +158,12 @@ TEST_F(Classifiers, DscOperationsMarkAndCountAtOnce) {
               (V{-1, -1, -1, -1}));
   }
   EXPECT_EQ(changedOffsets(before, snapshot()), std::vector<std::size_t>{});
-  EXPECT_EQ(qos_intDb_AppendClsfRef(0, 8, 2), 0);
-  EXPECT_EQ(qos_intDb_AppendClsfId(0, 12, 2), 0);
+  EXPECT_EQ((V{qos_intDb_AppendClsfRef(0, 8, 2), qos_intDb_AppendClsfId(0, 12, 2)}), (V{0, 0}));
   EXPECT_EQ(clsfStr(1), "status=2 ref=8 id=0x0 sfRef=0 sfId=0x100 ta=2");
   EXPECT_EQ(clsfStr(2), "status=2 ref=0 id=0xc sfRef=0 sfId=0x100 ta=2");
   EXPECT_EQ(sfStr(0), "state=3 sfId=0x100 ref=3 ta=2 clsf=3 app=2 del=0 phs=0");
-  EXPECT_EQ(qos_intDb_ChangeClassifier(0, 0, 10), 0);  // index 10 passes the check
-  EXPECT_EQ(qos_intDb_DeleteClassifier(0, 1, 10), 0);
+  // Transaction index 10 passes the check.
+  EXPECT_EQ((V{qos_intDb_ChangeClassifier(0, 0, 10), qos_intDb_DeleteClassifier(0, 1, 10)}), (V{0, 0}));
   EXPECT_EQ(clsfStr(0), "status=3 ref=7 id=0x9 sfRef=3 sfId=0x100 ta=10");
   EXPECT_EQ(clsfStr(1), "status=4 ref=8 id=0x0 sfRef=0 sfId=0x100 ta=10");
   EXPECT_EQ(sfStr(0), "state=3 sfId=0x100 ref=3 ta=10 clsf=2 app=2 del=1 phs=0");
@@ -196,15 +192,14 @@ TEST_F(Classifiers, LookupsSeeOrSkipPlaceholdersAndStopAtTheMaximumIndex) {
   stats().clsfDbMaxIndex = 4;
   uint32_t i = 99;
   uint16_t id = 99;
-  EXPECT_EQ(found(qos_intDb_FindClsfByRef(7, &i), i), 1);  // passes over the placeholder
-  EXPECT_EQ(found(qos_intDb_FindClsfByRef(7 + 256, &i), i), -1);
-  EXPECT_EQ(found(qos_intDb_FindClsfById(9, 0x100, &i), i), 0);
-  EXPECT_EQ(found(qos_intDb_FindClsfById(9 + 65536, 0x100, &i), i), -1);
-  EXPECT_EQ(found(qos_intDb_FindClsfByTaAndRef(7, 2, &i), i), 0);
-  EXPECT_EQ(found(qos_intDb_FindClsfByTaAndRef(7, ~0u, &i), i), 1);
-  EXPECT_EQ(found(qos_intDb_GetClsfSfid(0, &i), i), -1);  // placeholder
-  EXPECT_EQ(found(qos_intDb_GetClsfId(1, &id), id), -1);  // identifier not known yet
-  EXPECT_EQ(found(qos_intDb_GetClsfId(4, &id), id), 12);
+  // By reference the placeholder is passed over, by identifier or transaction
+  // and reference it is found; neither has an SFID, nor has row 1 an identifier.
+  EXPECT_EQ((V{found(qos_intDb_FindClsfByRef(7, &i), i), found(qos_intDb_FindClsfByRef(7 + 256, &i), i),
+               found(qos_intDb_FindClsfById(9, 0x100, &i), i), found(qos_intDb_FindClsfById(9 + 65536, 0x100, &i), i),
+               found(qos_intDb_FindClsfByTaAndRef(7, 2, &i), i), found(qos_intDb_FindClsfByTaAndRef(7, ~0u, &i), i),
+               found(qos_intDb_GetClsfSfid(0, &i), i), found(qos_intDb_GetClsfId(1, &id), id),
+               found(qos_intDb_GetClsfId(4, &id), id)}),
+            (V{1, -1, 0, -1, 0, 1, -1, -1, 12}));
   V walk;
   for (int32_t prev = -1; qos_intDb_GetNextClsfOfSf(0x100, prev, &id, &i) == 0; prev = int32_t(i)) walk.insert(walk.end(), {i, id});
   EXPECT_EQ(walk, (V{0, 9, 1, 0, 4, 12}));
@@ -246,17 +241,15 @@ class Phs : public StoreTest {
   void SetUp() override {
     StoreTest::SetUp();
     uint32_t cmts = 99, modem = 99;
-    ASSERT_EQ(qos_TaDb_AddNewTa(55, QOS_TA_DSC, QOS_TA_BY_CMTS, 0, nullptr, &cmts), 0);
-    ASSERT_EQ(qos_TaDb_AddNewTa(0, QOS_TA_DSC, QOS_TA_BY_MODEM, 0, nullptr, &modem), 0);
-    ASSERT_TRUE(cmts == kCmtsTa && modem == kModemTa);
+    ASSERT_EQ((V{qos_TaDb_AddNewTa(55, QOS_TA_DSC, QOS_TA_BY_CMTS, 0, nullptr, &cmts), cmts,
+                 qos_TaDb_AddNewTa(0, QOS_TA_DSC, QOS_TA_BY_MODEM, 0, nullptr, &modem), modem}),
+              (V{0, kCmtsTa, 0, kModemTa}));
     settle();
   }
   void settle() {
     qos_intDb_SfDb_Reset();
-    ASSERT_EQ(qos_intDb_AddSf(0x100, 3, QOS_DIR_UPSTREAM), 0);
-    ASSERT_EQ(qos_intDb_AddClsf(0x100, 3, 7), 0);
-    ASSERT_EQ(qos_intDb_SetClsfId(0, 9), 0);
-    ASSERT_EQ(qos_intDb_SetClsfSfid(0, 0x100), 0);
+    ASSERT_EQ((V{qos_intDb_AddSf(0x100, 3, QOS_DIR_UPSTREAM), qos_intDb_AddClsf(0x100, 3, 7), qos_intDb_SetClsfId(0, 9),
+                 qos_intDb_SetClsfSfid(0, 0x100)}), V(4, 0));
     logs.clear();
   }
   // A refused call logs exactly these texts (level 1) and changes nothing.
@@ -344,9 +337,7 @@ TEST_F(Phs, DeleteLowersOrClearsTheCounterWithoutWrapping) {
 // flow reference, or one another transaction works on, is refused silently.
 TEST_F(Phs, DsaAddsShareTheFlowAndRefuseForeignClassifiersSilently) {
   qos_intDb_SfDb_Reset();
-  ASSERT_EQ(qos_intDb_AddPhsRef(3, 7, 2), 0);
-  ASSERT_EQ(qos_intDb_AddPhsRef(3, 8, 2), 0);
-  ASSERT_EQ(qos_intDb_AddPhsId(0x100, 9, 2), 0);
+  ASSERT_EQ((V{qos_intDb_AddPhsRef(3, 7, 2), qos_intDb_AddPhsRef(3, 8, 2), qos_intDb_AddPhsId(0x100, 9, 2)}), V(3, 0));
   EXPECT_EQ(sfStr(0), "state=7 sfId=0x0 ref=3 ta=2 clsf=0 app=0 del=0 phs=2");
   EXPECT_EQ(sfStr(1), "state=7 sfId=0x100 ref=0 ta=2 clsf=0 app=0 del=0 phs=1");
   EXPECT_EQ(clsfStr(2), "status=5 ref=0 id=0x9 sfRef=0 sfId=0x100 ta=2");
