@@ -70,20 +70,17 @@ TEST_F(ServiceFlows, AddsTakeOverRowsOfTheirFlowAndKeepTheirCounters) {
     EXPECT_EQ((V{at<uint32_t>(sf(c.row, 0)), at<uint8_t>(sf(c.row, 10)), at<int32_t>(sf(c.row, 28))}), (V{c.state, 2, c.ta}));
     EXPECT_EQ((V{at<uint32_t>(sf(1, 52)), at<uint32_t>(sf(1, 56)), at<int32_t>(kSfMax)}), (V{3, 2, 2}));
   }
-  EXPECT_EQ(qos_intDb_AddSfReference(5, 2, 6), 0);  // the same twice: one row
-  EXPECT_EQ(qos_intDb_AddSfReference(5, 2, 6), 0);
-  EXPECT_EQ(at<int32_t>(kSfMax), 2);
-  EXPECT_EQ(qos_intDb_AddSf(0x301, 0x10005, 1), 0);  // too wide to match row 1: a new row
-  EXPECT_EQ(at<uint16_t>(sf(3, 8)), 5u);
+  // The same twice: one row. A reference too wide to match row 1: a new row.
+  EXPECT_EQ((V{qos_intDb_AddSfReference(5, 2, 6), qos_intDb_AddSfReference(5, 2, 6), at<int32_t>(kSfMax)}), (V{0, 0, 2}));
+  EXPECT_EQ((V{qos_intDb_AddSf(0x301, 0x10005, 1), at<uint16_t>(sf(3, 8))}), (V{0, 5}));
 
   ASSERT_EQ(qos_intDb_AddSfId(0xABC, 1, 4), 0);
   const auto before = snapshot();
   EXPECT_EQ(qos_intDb_AddSfId(0xABC, 2, 6), -1);
   EXPECT_EQ(changedOffsets(before, snapshot()), Offsets{});
   EXPECT_EQ(logs.texts(), Strings{"Add SF ID to int DB: SFID=0xabc already exists with TA index=4"});
-  EXPECT_EQ(qos_intDb_AddSfId(0xABC, 2, 4), 0);  // its own transaction: same row
-  EXPECT_EQ(at<uint8_t>(sf(4, 10)), 2u);
-  EXPECT_EQ(at<int32_t>(kSfMax), 4);
+  // Its own transaction: the same row.
+  EXPECT_EQ((V{qos_intDb_AddSfId(0xABC, 2, 4), at<uint8_t>(sf(4, 10)), at<int32_t>(kSfMax)}), (V{0, 2, 4}));
 }
 
 // Rows: 0 placeholder, 1 adding, 2 free with leftovers; 5 lies above the range.
@@ -119,9 +116,8 @@ TEST_F(ServiceFlows, TransactionMovesOfChangeDeleteAndPairs) {
   putRow(0, QOS_SF_OPERATIONAL, 1, 0);
   putRow(1, QOS_SF_OPERATIONAL, 2, -1);
   put<int32_t>(sf(1, 32), 7);
-  EXPECT_EQ(qos_intDb_StartDeleteSF(0, 5), 0);   // the working transaction now holds
-  EXPECT_EQ(qos_intDb_StartDeleteSF(1, 10), 0);  // none working: held stays
-  EXPECT_EQ(qos_intDb_ChangeSF(1, 5), 0);
+  // Row 0: the working transaction now holds. Row 1: none working, the holder stays.
+  EXPECT_EQ((V{qos_intDb_StartDeleteSF(0, 5), qos_intDb_StartDeleteSF(1, 10), qos_intDb_ChangeSF(1, 5)}), V(3, 0));
   EXPECT_EQ((V{at<int32_t>(sf(0, 0)), at<int32_t>(sf(0, 28)), at<int32_t>(sf(0, 32)), at<int32_t>(sf(1, 0)),
                at<int32_t>(sf(1, 28)), at<int32_t>(sf(1, 32))}),
             (V{4, 5, 0, 3, 5, 7}));
@@ -149,10 +145,8 @@ TEST_F(ServiceFlows, NextActiveUpstreamFlowIgnoresTheState) {
   put<uint8_t>(sf(6, 10), 2), put<uint8_t>(sf(6, 24), 5);  // row 6 is free
   put<uint8_t>(sf(1, 24), 4);                             // active but downstream
   uint32_t next = 99;
-  EXPECT_EQ(qos_intDb_FindNextActiveSf(-1, &next), 0);
-  EXPECT_EQ(next, 6u);
-  EXPECT_EQ(qos_intDb_FindNextActiveSf(6, &next), -1);
-  EXPECT_EQ(qos_intDb_FindNextActiveSf(128, &next), -1);
+  EXPECT_EQ((V{qos_intDb_FindNextActiveSf(-1, &next), next, qos_intDb_FindNextActiveSf(6, &next),
+               qos_intDb_FindNextActiveSf(128, &next)}), (V{0, 6, -1, -1}));
   EXPECT_EQ(logs.texts(), (Strings{"func: qos_intDb_FindNextActiveSf, no next US active SF has been found ",
                                    "func: qos_intDb_FindNextActiveSf, no next US active SF (input SfDbIndex 128) "}));
 }
@@ -229,15 +223,12 @@ TEST_F(ServiceFlows, AttributeFamilyRangeFreeRowAndWidth) {
 
 TEST_F(ServiceFlows, AttributeExtras) {
   putRow(0, QOS_SF_ADDING, 1, -1);
-  for (uint32_t bits : {2u, 0x104u}) EXPECT_EQ(qos_intDb_SetServiceFlowParamSet(0, bits), 0);
-  EXPECT_EQ(at<uint8_t>(sf(0, 24)), 6u);  // low 8 bits ORed in
-  EXPECT_EQ(qos_intDb_SetServiceFlowParamSet(0, 0), 0);
-  EXPECT_EQ(at<uint8_t>(sf(0, 24)), 0u);
-  EXPECT_EQ(qos_intDb_CheckSFOperational(0), -1);
-  EXPECT_EQ(qos_intDb_SetSFState(0, 1), 0);
-  EXPECT_EQ(qos_intDb_CheckSFOperational(0), 0);
-  EXPECT_EQ(qos_intDb_SetSfPrimaryRef(0x102, 0x10007), 0);  // low byte 2: upstream, low 16 bits
-  EXPECT_EQ(qos_intDb_SetSfPrimaryRef(3, 9), -1);
+  // The low 8 bits are ORed in; 0 clears.
+  EXPECT_EQ((V{qos_intDb_SetServiceFlowParamSet(0, 2), qos_intDb_SetServiceFlowParamSet(0, 0x104), at<uint8_t>(sf(0, 24)),
+               qos_intDb_SetServiceFlowParamSet(0, 0), at<uint8_t>(sf(0, 24))}), (V{0, 0, 6, 0, 0}));
+  EXPECT_EQ((V{qos_intDb_CheckSFOperational(0), qos_intDb_SetSFState(0, 1), qos_intDb_CheckSFOperational(0)}), (V{-1, 0, 0}));
+  // Low byte 2: upstream; the low 16 bits of the reference.
+  EXPECT_EQ((V{qos_intDb_SetSfPrimaryRef(0x102, 0x10007), qos_intDb_SetSfPrimaryRef(3, 9)}), (V{0, -1}));
   EXPECT_EQ(at<uint16_t>(kStats + 48) * 0x10000 + at<uint16_t>(kStats + 56), 0x70000);
   EXPECT_TRUE(logs.records().empty());
 }
