@@ -268,8 +268,8 @@ TEST_F(Outcome, UpstreamDsdTakesClustersCriteriaAndActiveEntry) {
     putFlow(1, QOS_SF_DELETING, 0x300, T);
     putFlow(2, QOS_SF_OPERATIONAL, 0x400, N, N, QOS_DIR_UPSTREAM).paramSetType = QOS_PARAMSET_ACTIVE;
     for (uint32_t sfId : {0x200u, 0x300u, 0x400u}) {
-      ASSERT_EQ(qos_intDb_AddSfSidCluster(sfId, 1, maps) | qos_intDb_AddSfSidCluster(sfId, 2, maps), 0);
-      ASSERT_EQ(qos_intDb_SetSfSidClusterParams(sfId, 1000, 2000, 30, 4), 0);
+      ASSERT_EQ((V{qos_intDb_AddSfSidCluster(sfId, 1, maps), qos_intDb_AddSfSidCluster(sfId, 2, maps),
+                   qos_intDb_SetSfSidClusterParams(sfId, 1000, 2000, 30, 4)}), V(3, 0));
     }
     ASSERT_EQ(variant == 2 ? 0 : qos_intDb_AddActiveUsSfEntry(0x200), 0);
     ASSERT_EQ(qos_intDb_AddActiveUsSfEntry(0x400), 0);
