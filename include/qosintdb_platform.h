@@ -35,7 +35,26 @@ int logger_build_send_log_msg(const LogSite *site, int zero, const char *format,
     QOS_PRINTF_LIKE(3, 4);
 
 /* Shared memory: init (called with 1, 0, 0), create a segment of `size`
- * bytes under `id`, or get the existing segment `id`; NULL on failure. */
+ * bytes under `id`, or get the existing segment `id`; NULL on failure.
+ *
+ * What every platform must guarantee for the region (id 14, 85032 bytes,
+ * QOS_REGION_SIZE in qosintdb.h), since the library checks none of it:
+ * - size: the segment holds at least the size asked at create; get hands
+ *   out only a segment of exactly that size. NULL rather than a smaller one:
+ *   the library writes every byte of it;
+ * - alignment: the address is aligned to at least 8 bytes (the rows hold
+ *   naturally aligned 32-bit words; 8 keeps them so on every target, and an
+ *   unaligned word traps on ARM and MIPS);
+ * - lifetime: create zeroes nothing on the library's behalf but returns the
+ *   same segment to every process that gets it, at a fixed address within a
+ *   process, until the platform removes it; it outlives the processes that
+ *   use it, and nothing detaches it while a process of the stack runs;
+ * - permissions: only the processes of the modem stack may read or write the
+ *   segment (its owner, the stack's user or root; no access for other users).
+ *   A segment that exists under the id but that the platform did not make
+ *   for the stack (another size, another owner, open to others) is refused
+ *   with NULL, never handed out: get then makes qos_IntDb_RetrieveAccess
+ *   return -1 before any table is touched. */
 int shm_init(int a, int b, int c);
 void *shm_create(int pool, int id, uint32_t size);
 void *shm_get(int pool, int id);
