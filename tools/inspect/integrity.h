@@ -4,9 +4,10 @@
 // types of frame/region.h and reports every field that breaks an invariant
 // of the store: indexes and counts outside their tables, counts that
 // disagree with the rows they count, values outside their enumerations,
-// reserved and padding fields off their reset values. It attaches to nothing and calls no operation, so
-// a tool, a fuzzer or a stress test can run it on any image: a snapshot
-// taken under the lock, a file, a region that a test damaged on purpose.
+// reserved and padding fields off their reset values. It attaches to
+// nothing and calls no operation, so a tool, a fuzzer or a stress test can
+// run it on any image: a snapshot taken under the lock, a file, a region
+// that a test damaged on purpose.
 //
 // Each finding has a class:
 //   corrupt  a state that no sequence of the library's operations produces,
