@@ -47,13 +47,10 @@ std::array<Mapping, kMaxIds> mappings{};
 
 Mapping* slot(int id) { return (id >= 0 && id < kMaxIds) ? &mappings[static_cast<std::size_t>(id)] : nullptr; }
 
-// Logs why segment `id` is refused, at level 0 like the other failures of
-// the store's foundations.
-void refuse(const char* function, const char* text) {
-  static const LogSite createSite{QOS_LOG_SEMAPHORE, 1, QOS_MODULE_TABLES, "shm_create", __LINE__};
-  static const LogSite getSite{QOS_LOG_SEMAPHORE, 1, QOS_MODULE_TABLES, "shm_get", __LINE__};
-  logger_build_send_log_msg(function[4] == 'c' ? &createSite : &getSite, 0, "%s", text);
-}
+// Refusals are logged at level 0, like the other failures of the store's
+// foundations, under the function that refused.
+const LogSite kCreateSite{QOS_LOG_SEMAPHORE, 1, QOS_MODULE_TABLES, "shm_create", __LINE__};
+const LogSite kGetSite{QOS_LOG_SEMAPHORE, 1, QOS_MODULE_TABLES, "shm_get", __LINE__};
 
 // The size segment `shmid` under `id` must have in this process, 0 when unknown.
 uint32_t expectedSize(int id, int shmid) {
@@ -65,12 +62,14 @@ bool trustedUser(uid_t uid) { return uid == geteuid() || uid == 0; }
 
 // True when the segment has exactly `size` bytes, its owner and creator are
 // this user or root and others get no access; otherwise logs why and false.
-bool vouchFor(const char* function, int id, int shmid, uint32_t size) {
+bool vouchFor(const LogSite& site, int id, int shmid, uint32_t size) {
   shmid_ds ds{};
   char why[160];
   if (shmctl(shmid, IPC_STAT, &ds) != 0) {
     std::snprintf(why, sizeof why, "segment %d cannot be examined (errno %d): refused", id, errno);
-  } else if (size == 0 || ds.shm_segsz != size) {
+  } else if (size == 0) {
+    std::snprintf(why, sizeof why, "segment %d has no size known to this process: refused", id);
+  } else if (ds.shm_segsz != size) {
     std::snprintf(why, sizeof why, "segment %d holds %zu bytes, not %u: refused", id,
                   static_cast<std::size_t>(ds.shm_segsz), size);
   } else if (!trustedUser(ds.shm_perm.uid) || !trustedUser(ds.shm_perm.cuid)) {
@@ -83,7 +82,7 @@ bool vouchFor(const char* function, int id, int shmid, uint32_t size) {
   } else {
     return true;
   }
-  refuse(function, why);
+  logger_build_send_log_msg(&site, 0, "%s", why);
   return false;
 }
 
@@ -119,7 +118,7 @@ void* shm_create(int, int id, uint32_t size) {
   }
   if (errno != EEXIST) return nullptr;
   shmid = shmget(static_cast<key_t>(id), 0, 0);
-  if (shmid == -1 || !vouchFor("shm_create", id, shmid, size)) return nullptr;
+  if (shmid == -1 || !vouchFor(kCreateSite, id, shmid, size)) return nullptr;
   return map(id, shmid);
 }
 
@@ -127,7 +126,7 @@ void* shm_get(int, int id) {
   int shmid = shmget(static_cast<key_t>(id), 0, 0);
   if (shmid == -1) return nullptr;
   if (const Mapping* m = slot(id); m != nullptr && m->addr != nullptr && m->shmid == shmid) return m->addr;
-  if (!vouchFor("shm_get", id, shmid, expectedSize(id, shmid))) return nullptr;
+  if (!vouchFor(kGetSite, id, shmid, expectedSize(id, shmid))) return nullptr;
   return map(id, shmid);
 }
 
