@@ -140,16 +140,6 @@ TEST_F(HostEvents, OnlyAPrivateDirectoryOfThisUserIsUsed) {
     EXPECT_EQ((std::pair<int, uint32_t>{send(1), qos_host_events_dropped()}), std::make_pair(-1, dropped + 1));
     std::system(("rm -rf " + dir_ + " " + base_ + "/real").c_str());
   }
-  int fd = qos_host_event_listen(kDest);
-  ASSERT_GE(fd, 0);
-  sockaddr_un addr{};
-  socklen_t len = sizeof addr;
-  ASSERT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len), 0);
-  struct stat d{}, s{};
-  ASSERT_EQ(stat(dir_.c_str(), &d) | stat(addr.sun_path, &s), 0);
-  EXPECT_EQ(std::make_tuple(d.st_mode & 0777u, d.st_uid, s.st_mode & 0777u), std::make_tuple(0700u, geteuid(), 0600u));
-  EXPECT_EQ(qos_host_event_close(fd), 0);
-  EXPECT_NE(access(addr.sun_path, F_OK), 0);  // the socket went with it
 }
 
 // Who reaches a listener: this user's processes in its IPC namespace only.
@@ -159,6 +149,9 @@ TEST_F(HostEvents, AListenerHearsThisUserInThisNamespaceOnly) {
   sockaddr_un addr{};
   socklen_t len = sizeof addr;
   ASSERT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len), 0);
+  struct stat d{}, s{};  // the listener made its directory and socket private
+  ASSERT_EQ(stat(dir_.c_str(), &d) | stat(addr.sun_path, &s), 0);
+  EXPECT_EQ(std::make_tuple(d.st_mode & 0777u, d.st_uid, s.st_mode & 0777u), std::make_tuple(0700u, geteuid(), 0600u));
   struct Case { const char* what; std::function<int()> child; uint32_t ignored; };
   const Case cases[] = {
       {"another user cannot enter the directory",
@@ -206,7 +199,11 @@ TEST_F(HostEvents, AFullOrAbsentListenerCostsTheSenderADroppedEventNotAWait) {
   EXPECT_EQ(send(6), 0);
   for (uint32_t i = 1; i < queued; ++i) ASSERT_EQ(next(fd), std::make_pair(1, 100 + i));
   EXPECT_EQ(next(fd), std::make_pair(1, 6u));
-  qos_host_event_close(fd);
+  sockaddr_un addr{};
+  socklen_t len = sizeof addr;
+  getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len);
+  EXPECT_EQ(qos_host_event_close(fd), 0);
+  EXPECT_NE(access(addr.sun_path, F_OK), 0);  // the socket went with it
   EXPECT_EQ((std::pair<int, uint32_t>{send(7), qos_host_events_dropped()}), std::make_pair(-1, dropped + 4));
   alarm(0);
   EXPECT_GT(queued, 0u);
