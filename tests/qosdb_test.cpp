@@ -127,9 +127,10 @@ TEST_F(QosdbShow, CheckPassesOnAStoreTheOperationsBuiltAndSaysHowOneWasDamaged) 
   qostest::put<uint32_t>(ta3, 7);
   qos_intDb_SetSFState(5, QOS_SF_REFERENCED);  // a placeholder on a row the table never handed out
   EXPECT_EQ(qosdb({"check"}, false), (Out{1, "registration check: passed\n"
-                                             "suspect: sf[5] is in use above sfDbMaxIndex 1: scans never see it\n"
+                                             "suspect: sf[5].state is 7 (in use) above sfDbMaxIndex 1: scans never see the row\n"
                                              "corrupt: ta[3].rowStatus is 7; rows are 0 (free) or 1\n"
-                                             "integrity: 1 corrupt, 1 suspect\n"}));
+                                             "corrupt: taControl.taRowsUsed is 1 but ta[3] is in use; rows are handed out below this count\n"
+                                             "integrity: 2 corrupt, 1 suspect\n"}));
   qos_intDb_SetSFState(5, QOS_SF_EMPTY), qostest::put<uint32_t>(ta3, 0), qos_intDb_SetSFState(1, QOS_SF_REFERENCED);
   EXPECT_EQ(qosdb({"check"}, false),
             (Out{1, "registration check: failed: Classifier or PHS refer to unknown Service Flow: Ref=2, SF DB index=1\n"

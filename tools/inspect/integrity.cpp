@@ -18,10 +18,18 @@
 //   suspect);
 // - the bonding change store refuses appends to full lists and to a
 //   modification with more than four adds or deletes; everything else in it
-//   is the clients' to write.
+//   is the clients' to write;
+// - transaction rows are handed out first free, and the count of rows in use
+//   grows by one only when the row taken is at or above it: every row in
+//   use lies below that count until the table reset sets it to 0.
+// Each finding names the field: a row broken in several fields gets one
+// finding per field, so that a stray fill (0xFF over a row) shows where it
+// reached. Fields that hold the clients' values (message bytes, error
+// records, switchover limits) have no invariant and are not read.
 #include "tools/inspect/integrity.h"
 
 #include <cstdarg>
+#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <set>
@@ -40,6 +48,7 @@ constexpr uint32_t kDsidMarker = 0xFFFFFFFF;
 constexpr uint8_t kDsidPhsi = 255;
 constexpr uint16_t kTaIdMask = 0x7FFF;
 constexpr uint32_t kTaRetryLimit = 3;
+constexpr uint8_t kParamSetBits = QOS_PARAMSET_PROVISIONED | QOS_PARAMSET_ADMITTED | QOS_PARAMSET_ACTIVE;
 
 std::string format(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
 std::string format(const char* fmt, ...) {
@@ -66,6 +75,44 @@ bool zeroField(const T& field) {
 
 bool taLink(int32_t v) { return v >= kNoTa && v <= kMaxTaLink; }
 
+// A field of a row type, by name, for the checks that look at every field.
+struct Field {
+  const char* name;
+  std::size_t offset;
+  std::size_t size;
+};
+#define QOS_FIELD(Row, f) Field{#f, offsetof(Row, f), sizeof(Row::f)}
+
+constexpr Field kSfFields[] = {
+    QOS_FIELD(SfRow, sfId), QOS_FIELD(SfRow, ref), QOS_FIELD(SfRow, direction), QOS_FIELD(SfRow, committed),
+    QOS_FIELD(SfRow, sid), QOS_FIELD(SfRow, paramSetType), QOS_FIELD(SfRow, sidClusterCounter),
+    QOS_FIELD(SfRow, clsfCounter), QOS_FIELD(SfRow, phsCounter), QOS_FIELD(SfRow, appendedClsfCounter),
+    QOS_FIELD(SfRow, deletedClsfCounter)};
+constexpr Field kClsfFields[] = {QOS_FIELD(ClsfRow, ref), QOS_FIELD(ClsfRow, clsfId), QOS_FIELD(ClsfRow, sfRef),
+                                 QOS_FIELD(ClsfRow, sfId)};
+constexpr Field kClusterFields[] = {QOS_FIELD(SidClusterRow, sfId), QOS_FIELD(SidClusterRow, clusterId),
+                                    QOS_FIELD(SidClusterRow, reserved9), QOS_FIELD(SidClusterRow, channels)};
+constexpr Field kSwitchoverFields[] = {
+    QOS_FIELD(SwitchoverRow, sfId), QOS_FIELD(SwitchoverRow, maxOutstandingBytes),
+    QOS_FIELD(SwitchoverRow, maxTotalBytesRequested), QOS_FIELD(SwitchoverRow, maxTimeInCluster),
+    QOS_FIELD(SwitchoverRow, maxRequests), QOS_FIELD(SwitchoverRow, reserved19)};
+constexpr Field kPhsFields[] = {QOS_FIELD(ActivePhsRow, status), QOS_FIELD(ActivePhsRow, sfId),
+                                QOS_FIELD(ActivePhsRow, clsfId), QOS_FIELD(ActivePhsRow, phsi),
+                                QOS_FIELD(ActivePhsRow, reserved13), QOS_FIELD(ActivePhsRow, dsid)};
+constexpr Field kModFields[] = {
+    QOS_FIELD(QosDbcModEntry, activeIndex), QOS_FIELD(QosDbcModEntry, sfId),     QOS_FIELD(QosDbcModEntry, clusterId),
+    QOS_FIELD(QosDbcModEntry, addCount),    QOS_FIELD(QosDbcModEntry, reserved), QOS_FIELD(QosDbcModEntry, addMaps),
+    QOS_FIELD(QosDbcModEntry, deleteCount), QOS_FIELD(QosDbcModEntry, reserved2), QOS_FIELD(QosDbcModEntry, deleteMaps)};
+constexpr Field kActiveDbFields[] = {
+    QOS_FIELD(QosDbcActiveEntry, activeSfIndex), QOS_FIELD(QosDbcActiveEntry, modIndex),
+    QOS_FIELD(QosDbcActiveEntry, sfId),          QOS_FIELD(QosDbcActiveEntry, clusterId),
+    QOS_FIELD(QosDbcActiveEntry, reserved),      QOS_FIELD(QosDbcActiveEntry, sid),
+    QOS_FIELD(QosDbcActiveEntry, reserved2),     QOS_FIELD(QosDbcActiveEntry, portState),
+    QOS_FIELD(QosDbcActiveEntry, clusterAction)};
+constexpr Field kBitmapFields[] = {QOS_FIELD(QosDbcSfBitmap, sfId), QOS_FIELD(QosDbcSfBitmap, channelBitmap),
+                                   QOS_FIELD(QosDbcSfBitmap, reserved)};
+#undef QOS_FIELD
+
 class Checker {
  public:
   explicit Checker(const QosIntDbRegion& r) : r_(r) {}
@@ -86,18 +133,25 @@ class Checker {
   }
 
  private:
-  void corrupt(std::string where, std::string what) {
-    out_.push_back({FindingClass::Corrupt, std::move(where), std::move(what)});
+  void add(FindingClass cls, std::string where, std::string what) {
+    out_.push_back({cls, std::move(where), std::move(what)});
   }
-  void suspect(std::string where, std::string what) {
-    out_.push_back({FindingClass::Suspect, std::move(where), std::move(what)});
-  }
-  static std::string row(const char* table, std::size_t i) { return format("%s[%zu]", table, i); }
+  void corrupt(std::string where, std::string what) { add(FindingClass::Corrupt, std::move(where), std::move(what)); }
+  void suspect(std::string where, std::string what) { add(FindingClass::Suspect, std::move(where), std::move(what)); }
   static std::string field(const char* table, std::size_t i, const char* name) {
     return format("%s[%zu].%s", table, i, name);
   }
   void reserved(bool isZero, const std::string& where) {
-    if (!isZero) corrupt(where, "has reserved or padding bytes off their reset values; only resets write them");
+    if (!isZero) corrupt(where, "is a reserved or padding field off its reset value; only resets write it");
+  }
+  // One finding per field of `fields` that is not zero in `row`.
+  template <typename Row, std::size_t N>
+  void nonZero(FindingClass cls, const char* table, std::size_t i, const Row& row, const Field (&fields)[N],
+               const char* what) {
+    const auto* bytes = reinterpret_cast<const uint8_t*>(&row);
+    for (const Field& f : fields) {
+      if (!zero(bytes + f.offset, f.size)) add(cls, field(table, i, f.name), what);
+    }
   }
   // A maximum index that lies inside its table, or -1 when it does not.
   int32_t maxIndex(const char* name, int32_t value, int32_t rows) {
@@ -119,17 +173,24 @@ class Checker {
     }
     if (s.clsfNumber != 0) corrupt("stats.clsfNumber", format("is %u; no operation writes it", s.clsfNumber));
     if (s.clusterNumber != 0) corrupt("stats.clusterNumber", format("is %u; no operation writes it", s.clusterNumber));
-    reserved(s.reserved0 == 0 && s.reserved36 == 0 && s.reserved50 == 0 && s.reserved52 == 0 &&
-                 s.reserved58 == 0 && s.reserved60 == 0,
-             "stats");
+    reserved(s.reserved0 == 0, "stats.reserved0");
+    reserved(s.reserved36 == 0, "stats.reserved36");
+    reserved(s.reserved50 == 0, "stats.reserved50");
+    reserved(s.reserved52 == 0, "stats.reserved52");
+    reserved(s.reserved58 == 0, "stats.reserved58");
+    reserved(s.reserved60 == 0, "stats.reserved60");
   }
 
   void flows() {
     for (std::size_t i = 0; i < kSfRows; ++i) {
       const SfRow& f = r_.sf[i];
-      reserved(f.pad11 == 0 && f.pad18 == 0 && zeroField(f.pad25) && zeroField(f.pad49) && f.reserved36 == 0 &&
-                   f.reserved64 == 0 && zeroField(f.reserved72),
-               row("sf", i));
+      reserved(f.pad11 == 0, field("sf", i, "pad11"));
+      reserved(f.pad18 == 0, field("sf", i, "pad18"));
+      reserved(zeroField(f.pad25), field("sf", i, "pad25"));
+      reserved(f.reserved36 == 0, field("sf", i, "reserved36"));
+      reserved(zeroField(f.pad49), field("sf", i, "pad49"));
+      reserved(f.reserved64 == 0, field("sf", i, "reserved64"));
+      reserved(zeroField(f.reserved72), field("sf", i, "reserved72"));
       if (f.committed > 1) corrupt(field("sf", i, "committed"), format("is %u; only 0 and 1 are ever stored", f.committed));
       if (f.pairSfIndex != 0 && f.pairSfIndex != -1) {
         corrupt(field("sf", i, "pairSfIndex"), format("is %d; only 0 and -1 are ever stored", f.pairSfIndex));
@@ -150,11 +211,15 @@ class Checker {
       suspect(field("sf", i, "state"), format("is %u, no flow state; only qos_intDb_SetSFState stores such values", f.state));
     }
     if (sfMax_ >= 0 && static_cast<int32_t>(i) > sfMax_) {
-      suspect(row("sf", i), format("is in use above sfDbMaxIndex %d: scans never see it", sfMax_));
+      suspect(field("sf", i, "state"), format("is %u (in use) above sfDbMaxIndex %d: scans never see the row", f.state, sfMax_));
     }
     if (!taLink(f.taIndex)) suspect(field("sf", i, "taIndex"), format("is %d, no transaction index (-1..10)", f.taIndex));
     if (!taLink(f.heldTaIndex)) {
       suspect(field("sf", i, "heldTaIndex"), format("is %d, no transaction index (-1..10)", f.heldTaIndex));
+    }
+    if (f.paramSetType > kParamSetBits) {
+      suspect(field("sf", i, "paramSetType"),
+              format("is %u; the parameter-set bits are 1, 2 and 4 (an unchecked setter argument)", f.paramSetType));
     }
     bool added = f.state >= QOS_SF_OPERATIONAL && f.state < QOS_SF_REFERENCED;
     if (added && f.direction != QOS_DIR_DOWNSTREAM && f.direction != QOS_DIR_UPSTREAM) {
@@ -163,52 +228,42 @@ class Checker {
   }
 
   void freeFlow(std::size_t i, const SfRow& f) {
-    std::string held;
-    auto note = [&held](bool set, const char* name) {
-      if (set) held += held.empty() ? name : std::string(", ") + name;
-    };
-    note(f.sfId != 0, "sfId");
-    note(f.ref != 0, "ref");
-    note(f.direction != 0, "direction");
-    note(f.committed != 0, "committed");
-    note(f.sid != 0, "sid");
-    note(f.paramSetType != 0, "paramSetType");
-    note(f.taIndex != kNoTa, "taIndex");
-    note(f.heldTaIndex != kNoTa, "heldTaIndex");
-    note(f.pairSfIndex != 0, "pairSfIndex");
-    note(f.qosDbIndex != 0 && f.qosDbIndex != -1, "qosDbIndex");
-    note(f.sidClusterCounter != 0, "sidClusterCounter");
-    note(f.clsfCounter != 0, "clsfCounter");
-    note(f.phsCounter != 0, "phsCounter");
-    note(f.appendedClsfCounter != 0, "appendedClsfCounter");
-    note(f.deletedClsfCounter != 0, "deletedClsfCounter");
-    if (!held.empty()) suspect(row("sf", i), "is free but holds " + held + " (a setter or a lookup wrote a free row)");
+    static const char* const kWhat = "is set in a free row (a setter or a lookup wrote a free row)";
+    nonZero(FindingClass::Suspect, "sf", i, f, kSfFields, kWhat);
+    if (f.taIndex != kNoTa) suspect(field("sf", i, "taIndex"), kWhat);
+    if (f.heldTaIndex != kNoTa) suspect(field("sf", i, "heldTaIndex"), kWhat);
+    if (f.pairSfIndex != 0) suspect(field("sf", i, "pairSfIndex"), kWhat);
+    if (f.qosDbIndex != 0 && f.qosDbIndex != -1) suspect(field("sf", i, "qosDbIndex"), kWhat);
   }
 
   void classifiers() {
     for (std::size_t i = 0; i < kClsfRows; ++i) {
       const ClsfRow& c = r_.clsf[i];
-      reserved(c.reserved5 == 0 && c.reserved10 == 0, row("clsf", i));
+      reserved(c.reserved5 == 0, field("clsf", i, "reserved5"));
+      reserved(c.reserved10 == 0, field("clsf", i, "reserved10"));
       if (c.status > kClsfStatusMax) {
         corrupt(field("clsf", i, "status"), format("is %u; classifier statuses are 0..5", c.status));
       }
       if (c.used()) {
         if (clsfMax_ >= 0 && static_cast<int32_t>(i) > clsfMax_) {
-          suspect(row("clsf", i), format("is in use above clsfDbMaxIndex %d: scans never see it", clsfMax_));
+          suspect(field("clsf", i, "status"),
+                  format("is %u (in use) above clsfDbMaxIndex %d: scans never see the row", c.status, clsfMax_));
         }
         if (!taLink(c.taIndex)) suspect(field("clsf", i, "taIndex"), format("is %d, no transaction index (-1..10)", c.taIndex));
-      } else if (c.ref != 0 || c.clsfId != 0 || c.sfRef != 0 || c.sfId != 0 || c.taIndex != kNoTa) {
-        suspect(row("clsf", i), "is free but not in its reset state (a setter or a lookup wrote a free row)");
+        continue;
       }
+      static const char* const kWhat = "is set in a free row (a setter or a lookup wrote a free row)";
+      nonZero(FindingClass::Suspect, "clsf", i, c, kClsfFields, kWhat);
+      if (c.taIndex != kNoTa) suspect(field("clsf", i, "taIndex"), kWhat);
     }
   }
 
   // A row that is free (status 0, zeroed whole) or in use (1); true when in use.
-  template <typename Row>
-  bool inUse(const char* table, std::size_t i, const Row& r) {
+  template <typename Row, std::size_t N>
+  bool inUse(const char* table, std::size_t i, const Row& r, const Field (&fields)[N]) {
     if (r.status > 1) corrupt(field(table, i, "status"), format("is %u; rows are 0 (free) or 1", r.status));
     if (r.status != 0) return true;
-    if (!zeroField(r)) corrupt(row(table, i), "is free but not zero; deletes zero the whole row");
+    nonZero(FindingClass::Corrupt, table, i, r, fields, "is set in a free row; deletes zero the whole row");
     return false;
   }
 
@@ -216,19 +271,21 @@ class Checker {
     std::set<std::pair<uint32_t, uint8_t>> seen;
     for (std::size_t i = 0; i < kSidClusterRows; ++i) {
       const SidClusterRow& c = r_.sidClusters[i];
-      if (!inUse("sidClusters", i, c)) continue;
-      bool channelsClean = true;
-      for (const SidChannelMapping& m : c.channels) channelsClean = channelsClean && m.action == 0 && m.reserved == 0;
-      reserved(zeroField(c.reserved9) && channelsClean, row("sidClusters", i));
+      if (!inUse("sidClusters", i, c, kClusterFields)) continue;
+      reserved(zeroField(c.reserved9), field("sidClusters", i, "reserved9"));
+      for (std::size_t p = 0; p < QOS_CHANNELS_PER_CLUSTER; ++p) {
+        // Stores copy the channel and SID of each port; action words stay 0.
+        reserved(c.channels[p].action == 0, format("sidClusters[%zu].channels[%zu].action", i, p));
+        reserved(c.channels[p].reserved == 0, format("sidClusters[%zu].channels[%zu].reserved", i, p));
+      }
       // SFID 0 matches free rows in the pair search, so it can land anywhere.
-      bool byRule = c.sfId != 0;
+      FindingClass cls = c.sfId != 0 ? FindingClass::Corrupt : FindingClass::Suspect;
       if (clusterMax_ >= 0 && static_cast<int32_t>(i) > clusterMax_) {
-        std::string what = format("is in use above clusterDbMaxIndex %d", clusterMax_);
-        byRule ? corrupt(row("sidClusters", i), what) : suspect(row("sidClusters", i), what + " (SFID 0)");
+        add(cls, field("sidClusters", i, "status"), format("is 1 (in use) above clusterDbMaxIndex %d%s", clusterMax_,
+                                                            c.sfId != 0 ? "" : " (SFID 0)"));
       }
       if (!seen.insert({c.sfId, c.clusterId}).second) {
-        std::string what = format("stores SFID 0x%x cluster %u a second time", c.sfId, c.clusterId);
-        byRule ? corrupt(row("sidClusters", i), what) : suspect(row("sidClusters", i), what);
+        add(cls, field("sidClusters", i, "sfId"), format("stores SFID 0x%x cluster %u a second time", c.sfId, c.clusterId));
       }
     }
   }
@@ -237,11 +294,11 @@ class Checker {
     std::set<uint32_t> seen;
     for (std::size_t i = 0; i < kSwitchoverRows; ++i) {
       const SwitchoverRow& s = r_.switchover[i];
-      if (!inUse("switchover", i, s)) continue;
-      reserved(s.reserved19 == 0, row("switchover", i));
+      if (!inUse("switchover", i, s, kSwitchoverFields)) continue;
+      reserved(s.reserved19 == 0, field("switchover", i, "reserved19"));
       if (!seen.insert(s.sfId).second) {
-        std::string what = format("stores the criteria of SFID 0x%x a second time", s.sfId);
-        s.sfId != 0 ? corrupt(row("switchover", i), what) : suspect(row("switchover", i), what);
+        add(s.sfId != 0 ? FindingClass::Corrupt : FindingClass::Suspect, field("switchover", i, "sfId"),
+            format("stores the criteria of SFID 0x%x a second time", s.sfId));
       }
     }
   }
@@ -252,9 +309,10 @@ class Checker {
       const ActiveSfRow& a = r_.activeSf[i];
       if (a.status > 1) corrupt(field("activeSf", i, "status"), format("is %u; rows are 0 (free) or 1", a.status));
       if (i >= QOS_ACTIVE_SF_ROWS) {
-        if (a.status != 0 || a.sfId != 0 || a.releaseOrder != 1) {
-          corrupt(row("activeSf", i), "is not in its reset state; rows 32..63 are never used");
-        }
+        static const char* const kWhat = "is off its reset value; rows 32..63 are never used";
+        if (a.status == 1) corrupt(field("activeSf", i, "status"), kWhat);
+        if (a.sfId != 0) corrupt(field("activeSf", i, "sfId"), kWhat);
+        if (a.releaseOrder != 1) corrupt(field("activeSf", i, "releaseOrder"), kWhat);
         continue;
       }
       if (a.used()) {
@@ -285,23 +343,28 @@ class Checker {
     for (std::size_t i = 0; i < kActivePhsReserved; ++i) {
       const ActivePhsRow& p = rows[i];
       if (i >= QOS_ACTIVE_PHS_ROWS) {
-        if (!zeroField(p)) corrupt(row(table, i), "is not zero; rows 32 and 33 are never used");
+        nonZero(FindingClass::Corrupt, table, i, p, kPhsFields, "is not zero; rows 32 and 33 are never used");
         continue;
       }
       if (p.status > 1) corrupt(field(table, i, "status"), format("is %u; rows are 0 (free) or 1", p.status));
-      reserved(zeroField(p.reserved13), row(table, i));
+      reserved(zeroField(p.reserved13), field(table, i, "reserved13"));
       if (!p.used()) {
-        if (p.clsfId != 0 || p.phsi != 0 || p.dsid != 0) corrupt(row(table, i), "is free but not zero; deletes zero the whole row");
+        static const char* const kWhat = "is set in a free row; deletes zero the whole row";
+        if (p.clsfId != 0) corrupt(field(table, i, "clsfId"), kWhat);
+        if (p.phsi != 0) corrupt(field(table, i, "phsi"), kWhat);
+        if (p.dsid != 0) corrupt(field(table, i, "dsid"), kWhat);
         if (p.sfId != 0) suspect(field(table, i, "sfId"), format("is 0x%x in a free row (qos_intDb_SetActivePhsSfid)", p.sfId));
         continue;
       }
       if (p.dsid != 0) {
-        if (!downstream) corrupt(row(table, i), format("is a DSID entry (DSID 0x%x); those live downstream only", p.dsid));
-        if (p.clsfId != kDsidMarker || p.phsi != kDsidPhsi) {
-          corrupt(row(table, i), "is a DSID entry without its marks (classifier ID 0xffffffff, PHSI 255)");
-        }
-      } else if (p.clsfId == 0 || p.phsi == 0) {
-        corrupt(row(table, i), "is a rule entry with classifier ID or PHSI 0; adds refuse both");
+        if (!downstream) corrupt(field(table, i, "dsid"), format("is 0x%x; DSID entries live downstream only", p.dsid));
+        static const char* const kMarks = "is not the mark of a DSID entry (classifier ID 0xffffffff, PHSI 255)";
+        if (p.clsfId != kDsidMarker) corrupt(field(table, i, "clsfId"), kMarks);
+        if (p.phsi != kDsidPhsi) corrupt(field(table, i, "phsi"), kMarks);
+      } else {
+        static const char* const kZero = "is 0 in a rule entry; adds refuse it";
+        if (p.clsfId == 0) corrupt(field(table, i, "clsfId"), kZero);
+        if (p.phsi == 0) corrupt(field(table, i, "phsi"), kZero);
       }
     }
   }
@@ -320,6 +383,8 @@ class Checker {
   }
 
   void transactions() {
+    const TaDbControl& c = r_.taControl;
+    bool rowAboveCount = false;
     for (std::size_t i = 0; i < kTaRows; ++i) {
       const TaRow& t = r_.ta[i];
       if (t.rowStatus > 1) corrupt(field("ta", i, "rowStatus"), format("is %u; rows are 0 (free) or 1", t.rowStatus));
@@ -327,19 +392,31 @@ class Checker {
       if (t.authLen > kAuthBlockSize) {
         corrupt(field("ta", i, "authLen"), format("is %u; the block holds at most %u bytes", t.authLen, kAuthBlockSize));
       }
-      reserved(t.pad6 == 0 && t.reserved16 == 0 && t.reserved28 == -1 && t.reserved32 == -1 && t.pad295 == 0, row("ta", i));
+      reserved(t.pad6 == 0, field("ta", i, "pad6"));
+      reserved(t.reserved16 == 0, field("ta", i, "reserved16"));
+      reserved(t.reserved28 == -1, field("ta", i, "reserved28"));
+      reserved(t.reserved32 == -1, field("ta", i, "reserved32"));
+      reserved(t.pad295 == 0, field("ta", i, "pad295"));
       if (t.used()) {
         if (t.type > QOS_TA_DSD) suspect(field("ta", i, "type"), format("is %u, no DSA, DSC or DSD", t.type));
+        if (i >= c.taRowsUsed && !rowAboveCount) {
+          rowAboveCount = true;
+          corrupt("taControl.taRowsUsed",
+                  format("is %u but ta[%zu] is in use; rows are handed out below this count", c.taRowsUsed, i));
+        }
         continue;
       }
-      if (t.taId != 0 || t.type != QOS_TA_DSD || t.initiator != 0 || t.retryCounter != 0) {
-        corrupt(row("ta", i), "is free but its ID, type, initiator or retries are not the reset values");
-      }
-      if (t.smState != 0 || t.subtype != 0 || t.authLen != 0 || !zeroField(t.authBlock)) {
-        suspect(row("ta", i), "is free but holds a state, subtype or authentication block (setters on a free row)");
-      }
+      static const char* const kReset = "is off its reset value in a free row; only the row reset frees a row";
+      if (t.taId != 0) corrupt(field("ta", i, "taId"), kReset);
+      if (t.type != QOS_TA_DSD) corrupt(field("ta", i, "type"), kReset);
+      if (t.initiator != 0) corrupt(field("ta", i, "initiator"), kReset);
+      if (t.retryCounter != 0) corrupt(field("ta", i, "retryCounter"), kReset);
+      static const char* const kSet = "is set in a free row (a setter on a free row)";
+      if (t.smState != 0) suspect(field("ta", i, "smState"), kSet);
+      if (t.subtype != 0) suspect(field("ta", i, "subtype"), kSet);
+      if (t.authLen != 0) suspect(field("ta", i, "authLen"), kSet);
+      if (!zeroField(t.authBlock)) suspect(field("ta", i, "authBlock"), kSet);
     }
-    const TaDbControl& c = r_.taControl;
     if (c.retryLimit != kTaRetryLimit) corrupt("taControl.retryLimit", format("is %u; resets write 3", c.retryLimit));
     if (c.taRowsUsed > QOS_TA_ROWS) {
       corrupt("taControl.taRowsUsed", format("is %u, above the table's %d rows", c.taRowsUsed, QOS_TA_ROWS));
@@ -347,7 +424,7 @@ class Checker {
     if (c.lastCmTaId > kTaIdMask) {
       corrupt("taControl.lastCmTaId", format("is 0x%x; generated IDs have 15 bits", c.lastCmTaId));
     }
-    reserved(c.pad10 == 0, "taControl");
+    reserved(c.pad10 == 0, "taControl.pad10");
   }
 
   void bondingChange() {
@@ -358,7 +435,7 @@ class Checker {
     for (uint32_t k = 0; k < QOS_DBC_MOD_ENTRIES; ++k) {
       const QosDbcModEntry& m = d.modDb[k];
       if (k >= mods) {
-        if (!zeroField(m)) suspect(row("dbc.modDb", k), "holds data beyond modCount (a direct write)");
+        nonZero(FindingClass::Suspect, "dbc.modDb", k, m, kModFields, "holds data beyond modCount (a direct write)");
         continue;
       }
       if (m.addCount > QOS_DBC_MAPS_PER_MOD) {
@@ -375,7 +452,7 @@ class Checker {
     for (uint32_t j = 0; j < QOS_DBC_ACTIVE_ENTRIES; ++j) {
       const QosDbcActiveEntry& a = d.activeDb[j];
       if (j >= actives) {
-        if (!zeroField(a)) suspect(row("dbc.activeDb", j), "holds data beyond activeCount (a direct write)");
+        nonZero(FindingClass::Suspect, "dbc.activeDb", j, a, kActiveDbFields, "holds data beyond activeCount (a direct write)");
         continue;
       }
       if (a.clusterAction < QOS_DBC_FROM_CLUSTER || a.clusterAction > QOS_DBC_CLIENT_DELETE) {
@@ -388,7 +465,8 @@ class Checker {
       }
     }
     for (uint32_t b = bitmaps; b < QOS_DBC_BITMAP_ENTRIES; ++b) {
-      if (!zeroField(d.sfBitmaps[b])) suspect(row("dbc.sfBitmaps", b), "holds data beyond bitmapCount (a direct write)");
+      nonZero(FindingClass::Suspect, "dbc.sfBitmaps", b, d.sfBitmaps[b], kBitmapFields,
+              "holds data beyond bitmapCount (a direct write)");
     }
   }
 

@@ -1,10 +1,13 @@
 // integrity.h - the invariants of a region image, checked without the library.
 //
 // checkIntegrity reads a copy of the 85032-byte region through the row
-// types of frame/region.h and reports every row or word that breaks an
-// invariant of the store. It attaches to nothing and calls no operation, so
-// a tool, a fuzzer or a stress test can run it on any image: a snapshot
-// taken under the lock, a file, a region that a test damaged on purpose.
+// types of frame/region.h and reports every field that breaks an invariant
+// of the store: indexes and counts outside their tables, counts that
+// disagree with the rows they count, values outside their enumerations,
+// reserved and padding fields off their reset values. It attaches to
+// nothing and calls no operation, so a tool, a fuzzer or a stress test can
+// run it on any image: a snapshot taken under the lock, a file, a region
+// that a test damaged on purpose.
 //
 // Each finding has a class:
 //   corrupt  a state that no sequence of the library's operations produces,
@@ -27,7 +30,7 @@ enum class FindingClass { Corrupt, Suspect };
 
 struct Finding {
   FindingClass cls;
-  std::string where;  // the row or word, by the names of frame/region.h: "sf[3].committed"
+  std::string where;  // table, row and field, by the names of frame/region.h: "sf[3].committed"
   std::string what;   // what is wrong with it
 };
 

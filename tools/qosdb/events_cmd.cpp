@@ -33,6 +33,7 @@ int eventsCommand(int count, double timeoutSeconds) {
   int fd = qos_host_event_listen(dest);
   if (fd < 0) {
     if (errno == EADDRINUSE) throw Failure("another process listens for component 32 already");
+    if (errno == EPERM) throw Failure("cannot listen for component 32: the event directory is not private to this user");
     throw Failure(std::string("cannot listen for component 32: ") + std::strerror(errno));
   }
   std::cout << "listening for events to component " << QOS_EV_COMPONENT << std::endl;
@@ -54,14 +55,14 @@ int eventsCommand(int count, double timeoutSeconds) {
     uint32_t length = sizeof payload;
     int rc = qos_host_event_receive(fd, waitMs, &event, payload, &length);
     if (rc < 0) {
-      close(fd);
+      qos_host_event_close(fd);
       throw Failure(std::string("cannot receive events: ") + std::strerror(errno));
     }
     if (rc == 0) break;
     ++received;
     std::cout << describeEvent(event, payload, length < sizeof payload ? length : sizeof payload) << std::endl;
   }
-  close(fd);
+  qos_host_event_close(fd);
   if (count > 0 && received < count) {
     throw Failure("timed out after " + std::to_string(received) + " of " + std::to_string(count) + " events");
   }
