@@ -26,7 +26,9 @@ std::string sh(const std::string& command) {
   if (p != nullptr) pclose(p);
   return out;
 }
-std::string qosdb(const std::string& args) { return sh(std::string(QOSDB_BIN) + " " + args + " 2>&1"); }
+// The tool, under the build's emulator in a cross build.
+const std::string kQosdb = std::string(QOS_TEST_EXEC_PREFIX) + " " + QOSDB_BIN;
+std::string qosdb(const std::string& args) { return sh(kQosdb + " " + args + " 2>&1"); }
 std::string scenario(const char* name) { return std::string(QOSDB_SCENARIOS) + "/" + name; }
 
 // One line per frame: type tranid confcode sfRefs sfIds sids dsdSfid hcs,
@@ -87,7 +89,7 @@ TEST_F(Capture, EveryStoredMessageDissectsCleanlyAndNamesItsTransaction) {
     ASSERT_EQ(qosdb("run --brief " + scenario(step.scenario) + " >/dev/null; echo $?"), "0\n") << step.scenario;
     ASSERT_EQ(qosdb("capture " + file_), "") << step.scenario;
     EXPECT_EQ(dissect("cat " + file_), step.frames) << step.scenario;
-    EXPECT_EQ(dissect(std::string(QOSDB_BIN) + " capture -"), step.frames) << step.scenario;
+    EXPECT_EQ(dissect(kQosdb + " capture -"), step.frames) << step.scenario;
     // The transaction ids are those of the transaction rows in use.
     std::set<std::string> ids, frameIds;
     const nlohmann::json store = nlohmann::json::parse(qosdb("show --json transactions"));
@@ -101,7 +103,7 @@ TEST_F(Capture, EveryStoredMessageDissectsCleanlyAndNamesItsTransaction) {
 
 TEST_F(Capture, EmptyStoreGivesAFileWithoutFramesAndNoStoreFails) {
   EXPECT_EQ(qosdb("capture " + file_).rfind("qosdb: no store here: ", 0), 0u);
-  ASSERT_EQ(qosdb("init >/dev/null; " + std::string(QOSDB_BIN) + " capture " + file_), "");
+  ASSERT_EQ(qosdb("init >/dev/null; " + kQosdb + " capture " + file_), "");
   std::ifstream in(file_, std::ios::binary);
   std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   EXPECT_EQ(bytes.size(), 24u);
@@ -113,9 +115,9 @@ TEST_F(Capture, FollowWritesEachNewMessageOnce) {
   ASSERT_EQ(qosdb("run --brief " + scenario("registration.qos") + " " + scenario("dsa.qos") + " >/dev/null; echo $?"), "0\n");
   pid_t pid = fork();
   if (pid == 0) {
-    FILE* out = std::freopen(file_.c_str(), "wb", stdout);
-    execl(QOSDB_BIN, QOSDB_BIN, "capture", "-", "--follow", "--interval", "0.02", static_cast<char*>(nullptr));
-    _exit(out == nullptr ? 126 : 127);
+    std::string command = "exec " + kQosdb + " capture - --follow --interval 0.02 > " + file_;
+    execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+    _exit(127);
   }
   auto frames = [&] { return dissect("cat " + file_); };
   auto waitFor = [&](long lines) {

@@ -133,17 +133,16 @@ class Snmp : public ::testing::TestWithParam<bool> {
     std::ofstream(dir_ + "/snmpd.conf") << "agentaddress udp:" << agent_ << "\nmaster agentx\nagentXSocket unix:" << dir_
                                         << "/agentx\nrocommunity public 127.0.0.1\n";
     for (const char* v : {"MIBS", "MIBDIRS"}) setenv(v, "", 1);
-    setenv("SNMP_PERSISTENT_DIR", dir_.c_str(), 1);
+    mkdir((dir_ + "/state").c_str(), 0700);
+    setenv("SNMP_PERSISTENT_DIR", (dir_ + "/state").c_str(), 1);
     setenv("SNMPCONFPATH", dir_.c_str(), 1);
-    pids_.push_back(start({snmpd_, "-f", "-Lf", dir_ + "/snmpd.log", "-C", "-c", dir_ + "/snmpd.conf", "-p", dir_ + "/pid"}));
-    struct stat st{};
-    for (int i = 0; i < 100 && stat((dir_ + "/agentx").c_str(), &st) != 0; ++i) sleep_ms(50);
-    // Started before the store exists: it waits for it.
+    // The subagent starts first, before the store and before snmpd: it waits for both.
     std::vector<std::string> sub{QOSDB_SNMP_BIN, "-x", dir_ + "/agentx", "--if-index", "2", "--us-if-index", "4,80,81,0",
                                  "--lock-wait-ms", "300"};
     if (GetParam()) sub.push_back("--multiple-upstreams");
     pids_.push_back(start(sub, dir_ + "/sub.log"));
     for (int i = 0; i < 100 && log("sub.log").find("no store yet") == std::string::npos; ++i) sleep_ms(50);
+    pids_.push_back(start({snmpd_, "-f", "-Lf", dir_ + "/snmpd.log", "-C", "-c", dir_ + "/snmpd.conf", "-p", dir_ + "/pid"}));
   }
   void TearDown() override {
     for (pid_t p : pids_) kill(p, SIGTERM), waitpid(p, nullptr, 0);
@@ -167,11 +166,11 @@ class Snmp : public ::testing::TestWithParam<bool> {
     return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   }
   std::string qosdb(const std::string& args) { return sh(std::string(QOSDB_BIN) + " " + args); }
-  // Plays the scenarios; the first ones create the store, so the subagent attaches.
+  // Plays the scenarios; the first ones create the store, so the subagent attaches and connects.
   void play(const std::string& scenarios) {
     ASSERT_EQ(qosdb("run --brief " + scenarios + " >/dev/null; echo $?"), "0\n");
-    for (int i = 0; i < 100 && log("sub.log").find("serving") == std::string::npos; ++i) sleep_ms(50);
-    ASSERT_NE(log("sub.log").find("serving"), std::string::npos) << log("sub.log");
+    for (int i = 0; i < 100 && log("sub.log").find("subagent connected") == std::string::npos; ++i) sleep_ms(50);
+    ASSERT_NE(log("sub.log").find("subagent connected"), std::string::npos) << log("sub.log");
   }
   std::string snmp(const std::string& tool, const std::string& args) {
     return sh(tool + " -v2c -c public -On -t 2 -r 0 " + agent_ + " " + args);

@@ -153,7 +153,6 @@ int main(int argc, char** argv) {
   snmp_enable_stderrlog();
   netsnmp_ds_set_boolean(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_ROLE, 1);
   netsnmp_ds_set_boolean(NETSNMP_DS_LIBRARY_ID, NETSNMP_DS_LIB_DONT_PERSIST_STATE, 1);
-  netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, 1);
   if (!socket.empty()) netsnmp_ds_set_string(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_X_SOCKET, socket.c_str());
   if (!foreground && netsnmp_daemonize(1, 1) != 0) return 1;
   signal(SIGTERM, stop);
@@ -161,6 +160,8 @@ int main(int argc, char** argv) {
 
   if (!attachWhenPresent(retrySeconds)) return 0;
   init_agent("qosdb-snmp");
+  // After init_agent, which presets its own: a lost or late master is tried again every second.
+  netsnmp_ds_set_int(NETSNMP_DS_APPLICATION_ID, NETSNMP_DS_AGENT_AGENTX_PING_INTERVAL, 1);
   std::vector<qossnmp::Served> served = qossnmp::servedTables(options);
   for (auto& s : served) {
     netsnmp_mib_handler* handler = netsnmp_create_handler(s.table.name.c_str(), handle);
