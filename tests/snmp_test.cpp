@@ -166,11 +166,20 @@ class Snmp : public ::testing::TestWithParam<bool> {
     return std::string((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   }
   std::string qosdb(const std::string& args) { return sh(std::string(QOSDB_BIN) + " " + args); }
-  // Plays the scenarios; the first ones create the store, so the subagent attaches and connects.
-  void play(const std::string& scenarios) {
-    ASSERT_EQ(qosdb("run --brief " + scenarios + " >/dev/null; echo $?"), "0\n");
-    for (int i = 0; i < 100 && log("sub.log").find("subagent connected") == std::string::npos; ++i) sleep_ms(50);
-    ASSERT_NE(log("sub.log").find("subagent connected"), std::string::npos) << log("sub.log");
+  // Plays the scenarios; the first ones create the store, so that the subagent attaches and
+  // connects (`connections` times in all).
+  void play(const std::string& scenarios, int connections = 1) {
+    if (!scenarios.empty()) {
+      ASSERT_EQ(qosdb("run --brief " + scenarios + " >/dev/null; echo $?"), "0\n");
+    }
+    auto connected = [&] {
+      std::string l = log("sub.log");
+      int n = 0;
+      for (auto at = l.find("subagent connected"); at != std::string::npos; at = l.find("subagent connected", at + 1)) ++n;
+      return n;
+    };
+    for (int i = 0; i < 100 && connected() < connections; ++i) sleep_ms(50);
+    ASSERT_EQ(connected(), connections) << log("sub.log");
   }
   std::string snmp(const std::string& tool, const std::string& args) {
     return sh(tool + " -v2c -c public -On -t 2 -r 0 " + agent_ + " " + args);
@@ -191,26 +200,33 @@ class Snmp : public ::testing::TestWithParam<bool> {
 std::string scenario(const char* name) { return std::string(QOSDB_SCENARIOS) + "/" + name; }
 
 TEST_P(Snmp, WalksBulkWalksAndGetsAgreeWithTheStore) {
-  const char* steps[] = {"registration.qos dsa.qos", "dsc.qos", "dsd.qos", "-"};  // fill, change, delete, empty
-  for (const char* step : steps) {
-    if (std::string(step) == "-") {
-      qosdb("reset");
-    } else {
-      std::string files;
-      for (std::istringstream in(step); in >> files;) play(scenario(files.c_str()));
+  const struct {
+    const char* scenarios;  // none: the tables are emptied
+    bool anew;              // the store is removed and created anew first
+  } steps[] = {{"registration.qos dsa.qos", false}, {"dsc.qos", false}, {"dsd.qos", false}, {"", false},
+               {"registration.qos", true}};
+  for (const auto& step : steps) {
+    if (step.anew) qosdb("destroy");
+    if (!*step.scenarios) qosdb("reset");
+    std::string files;
+    for (std::istringstream in(step.scenarios); in >> files;) play(scenario(files.c_str()));
+    if (step.anew) {  // the first request finds the new store: genErr, and the subagent starts again
+      EXPECT_NE(snmp("snmpget", kClusters + ".1.3.2.4097.1.1").find("(genError)"), std::string::npos);
+      play("", 2);
     }
     Rows want = expected(json::parse(qosdb("show --json flows clusters active stats")), GetParam());
-    EXPECT_EQ(walkAll("snmpwalk"), want) << step;
-    EXPECT_EQ(walkAll("snmpbulkwalk"), want) << step;
+    EXPECT_EQ(walkAll("snmpwalk"), want) << step.scenarios;
+    EXPECT_EQ(walkAll("snmpbulkwalk"), want) << step.scenarios;
     std::string oids;
     for (const auto& [oid, value] : want) oids += " " + oid;
     if (!want.empty()) {
-      EXPECT_EQ(parse(snmp("snmpget", oids)), want) << step;
+      EXPECT_EQ(parse(snmp("snmpget", oids)), want) << step.scenarios;
     }
-    EXPECT_EQ(want.empty(), std::string(step) == "-") << step;
+    EXPECT_EQ(want.empty(), !*step.scenarios) << step.scenarios;
   }
-  EXPECT_NE(log("sub.log").find("qosdb-snmp: no store yet (segment 14, semaphore 4656); retrying every 1 s"),
-            std::string::npos);
+  for (const char* line : {"qosdb-snmp: no store yet (segment 14, semaphore 4656); retrying every 1 s",
+                           "qosdb-snmp: the store was removed or created anew; attaching again"})
+    EXPECT_NE(log("sub.log").find(line), std::string::npos) << line;
 }
 
 TEST_P(Snmp, BadIndexesGetNoSuchInstanceAndWalksEndCleanly) {

@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <ctime>
 #include <string>
 
@@ -32,6 +33,8 @@ namespace {
 using qossnmp::Oid;
 
 volatile sig_atomic_t stopping = 0;
+bool restarting = false;
+int attachedSegment = -1;
 void stop(int) { stopping = 1; }
 
 int lockWaitMs = 1000;
@@ -62,6 +65,7 @@ bool storePresent() {
 bool attachWhenPresent(int retrySeconds) {
   for (int waited = 0; !stopping; waited += retrySeconds) {
     if (storePresent() && qos_IntDb_RetrieveAccess() == 0) {
+      attachedSegment = shmget(QOS_REGION_SEGMENT_ID, 0, 0);
       if (waited > 0) snmp_log(LOG_NOTICE, "qosdb-snmp: attached to the store after %d s\n", waited);
       return true;
     }
@@ -92,9 +96,17 @@ int handle(netsnmp_mib_handler* handler, netsnmp_handler_registration*, netsnmp_
            netsnmp_request_info* requests) {
   const auto* table = static_cast<const qossnmp::Table*>(handler->myvoid);
   if (info->mode != MODE_GET && info->mode != MODE_GETNEXT) return SNMP_ERR_NOERROR;
-  if (!lockWithinBound()) {
-    snmp_log(LOG_ERR, "qosdb-snmp: %s: the store's lock stayed taken for %d ms; answering genErr\n",
-             table->name.c_str(), lockWaitMs);
+  // A store removed or created anew is not the one this process maps: start again.
+  bool replaced = shmget(QOS_REGION_SEGMENT_ID, 0, 0) != attachedSegment;
+  if (replaced && !restarting) {
+    snmp_log(LOG_WARNING, "qosdb-snmp: the store was removed or created anew; attaching again\n");
+    restarting = true;
+  }
+  if (replaced || !lockWithinBound()) {
+    if (!replaced) {
+      snmp_log(LOG_ERR, "qosdb-snmp: %s: the store's lock stayed taken for %d ms; answering genErr\n",
+               table->name.c_str(), lockWaitMs);
+    }
     for (netsnmp_request_info* r = requests; r != nullptr; r = r->next) {
       netsnmp_set_request_error(info, r, SNMP_ERR_GENERR);
     }
@@ -175,7 +187,12 @@ int main(int argc, char** argv) {
   }
   init_snmp("qosdb-snmp");
   snmp_log(LOG_NOTICE, "qosdb-snmp: serving the store's tables\n");
-  while (!stopping) agent_check_and_process(1);
+  while (!stopping && !restarting) agent_check_and_process(1);
   snmp_shutdown("qosdb-snmp");
+  if (restarting) {
+    execv("/proc/self/exe", argv);
+    snmp_log(LOG_ERR, "qosdb-snmp: cannot start again: %s\n", std::strerror(errno));
+    return 1;
+  }
   return 0;
 }
