@@ -90,10 +90,12 @@ Rows expected(const json& s, bool multiple) {
         rows[kService + ".1.1.1." + std::to_string(col) + index] = gauge(v);
     }
   }
-  const char* states[] = {"empty", "operational", "adding", "changing", "deleting"};
   for (const auto& f : s["sf"]) {
-    long state = en(f["state"], {states[0], states[1], states[2], states[3], states[4]}), sfId = f["sfId"];
-    long dir = en(f["direction"], {"none", "down", "up"}), sets = f["paramSetType"].is_number() ? long(f["paramSetType"]) : 0;
+    long state = en(f["state"], {"empty", "operational", "adding", "changing", "deleting"}), sfId = f["sfId"];
+    long dir = en(f["direction"], {"none", "down", "up"}), sets = 0;
+    const json& p = f["paramSetType"];  // bits, or names such as "prov+adm+act"
+    for (long bit : {1, 2, 4})
+      sets |= p.is_number() ? (long(p) & bit) : (p.get<std::string>().find(bit == 1 ? "prov" : bit == 2 ? "adm" : "act") != std::string::npos ? bit : 0);
     if (state < 1 || state > 4 || sfId == 0) continue;
     long ref = f["ref"], primaryRef = s["stats"][dir == 2 ? "usPrimarySfRef" : "dsPrimarySfRef"];
     bool primary = (ref != 0 && ref == primaryRef) || (dir == 2 && activeIndex.count(sfId) && activeIndex[sfId] == 0);
