@@ -184,7 +184,7 @@ class Snmp : public ::testing::TestWithParam<bool> {
     ASSERT_EQ(connected(), connections) << log("sub.log");
   }
   std::string snmp(const std::string& tool, const std::string& args) {
-    return sh(tool + " -v2c -c public -On -t 2 -r 0 " + agent_ + " " + args);
+    return sh(tool + " -v2c -c public -On -Ox -t 2 -r 0 " + agent_ + " " + args);
   }
   Rows walkAll(const std::string& tool) {
     Rows all;
@@ -233,6 +233,9 @@ TEST_P(Snmp, WalksBulkWalksAndGetsAgreeWithTheStore) {
 
 TEST_P(Snmp, BadIndexesGetNoSuchInstanceAndWalksEndCleanly) {
   play(scenario("registration.qos"));
+  // Flow 0x1002 provisioned only (a 0 clears the bits, a 1 sets the first).
+  sh("printf 'qos_intDb_SetServiceFlowParamSet 1 0\\nqos_intDb_SetServiceFlowParamSet 1 1\\n' | " +
+     std::string(QOSDB_BIN) + " run -");
   const std::string c = kClusters + ".1.3", f = kFlows + ".1";
   const struct {
     std::string tool, oid, answer;
@@ -246,6 +249,8 @@ TEST_P(Snmp, BadIndexesGetNoSuchInstanceAndWalksEndCleanly) {
       {"snmpget", kClusters + ".1.2.2.4097.1.1", kClusters + ".1.2.2.4097.1.1 = No Such Object available on this agent at this OID"},
       {"snmpget", f + ".5.2.4097", f + ".5.2.4097 = No Such Object available on this agent at this OID"},
       {"snmpget", f + ".6.2.9999", f + ".6.2.9999 = No Such Instance currently exists at this OID"},
+      {"snmpget", f + ".9.2.4098", f + ".9.2.4098 = Hex-STRING: 20 "},  // BITS provisioned(2)
+      {"snmpget", f + ".9.2.4099", f + ".9.2.4099 = Hex-STRING: E0 "},
       {"snmpgetnext", c + ".2.4097.1.300", c + ".2.4099.1.1 = Gauge32: 19"},
       {"snmpgetnext", c + ".2", c + ".2.4097.1.1 = Gauge32: 17"},
       {"snmpgetnext", c + ".1.99", c + ".2.4097.1.1 = Gauge32: 17"},
