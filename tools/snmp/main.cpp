@@ -37,7 +37,7 @@ bool restarting = false;
 int attachedSegment = -1;
 void stop(int) { stopping = 1; }
 
-int lockWaitMs = 1000;
+int lockWaitMs = 500;  // below snmpd's own AgentX timeout (1 s)
 
 // Takes the stack's semaphore as qos_taDb_Lock does, but waits at most
 // lockWaitMs; qos_taDb_Unlock gives it back.
