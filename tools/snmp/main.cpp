@@ -40,16 +40,24 @@ void stop(int) { stopping = 1; }
 int lockWaitMs = 500;  // below snmpd's own AgentX timeout (1 s)
 
 // Takes the stack's semaphore as qos_taDb_Lock does, but waits at most
-// lockWaitMs; qos_taDb_Unlock gives it back.
+// lockWaitMs; qos_taDb_Unlock gives it back. After a wait that ran out, the
+// next tries within the same bound do not wait, so that a request that
+// spans several tables still gets its answer in time.
 bool lockWithinBound() {
+  static struct timespec lastTimeout = {0, 0};
+  struct timespec now {};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  long sinceMs = (now.tv_sec - lastTimeout.tv_sec) * 1000 + (now.tv_nsec - lastTimeout.tv_nsec) / 1000000;
+  int waitMs = lastTimeout.tv_sec != 0 && sinceMs < lockWaitMs ? 0 : lockWaitMs;
   int id = semget(QOS_SEM_KEY, 1, 0);
   if (id == -1) return false;
   struct sembuf op = {0, -1, 0};
-  struct timespec bound = {lockWaitMs / 1000, (lockWaitMs % 1000) * 1000000L};
+  struct timespec bound = {waitMs / 1000, (waitMs % 1000) * 1000000L};
   int rc;
   do {
     rc = semtimedop(id, &op, 1, &bound);
   } while (rc == -1 && errno == EINTR);
+  if (rc != 0 && errno == EAGAIN && waitMs != 0) clock_gettime(CLOCK_MONOTONIC, &lastTimeout);
   return rc == 0;
 }
 
