@@ -136,6 +136,9 @@ TEST_F(Capture, FollowWritesEachNewMessageOnce) {
   kill(pid, SIGTERM);
   waitpid(pid, nullptr, 0);
   EXPECT_EQ(frames(), kSteps[1].frames + kSteps[2].frames);
+  // A reader that goes away ends the follow, though no message changes (status 0, not timeout's 124).
+  EXPECT_EQ(sh("(timeout 20 " + kQosdb + " capture - --follow; echo $? >" + file_ + ") | head -c 24 >/dev/null; cat " + file_),
+            "0\n");
 }
 
 }  // namespace

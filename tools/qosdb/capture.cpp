@@ -12,6 +12,7 @@
 //
 // With --follow the command keeps polling the store and writes a frame each
 // time a buffer's contents change, until it is stopped or its output closes.
+#include <poll.h>
 #include <signal.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -143,6 +144,13 @@ void writeMessages(PcapWriter& out, const qos::QosIntDbRegion& r, std::map<int, 
   out.flush();
 }
 
+// Whether the reader of a pipe has gone: then following is over even when
+// no message changes.
+bool readerGone(FILE* f) {
+  pollfd p{fileno(f), 0, 0};
+  return poll(&p, 1, 0) == 1 && (p.revents & (POLLERR | POLLHUP)) != 0;
+}
+
 }  // namespace
 
 int captureCommand(const std::string& file, bool follow, double intervalSeconds) {
@@ -156,7 +164,7 @@ int captureCommand(const std::string& file, bool follow, double intervalSeconds)
     do {
       writeMessages(out, *snapshot(live, true), seen);
       if (follow) usleep(static_cast<useconds_t>(intervalSeconds * 1e6));
-    } while (follow);
+    } while (follow && !readerGone(f));
   } catch (const WriteFailure&) {
     if (f != stdout) std::fclose(f);
     if (!follow) throw;
