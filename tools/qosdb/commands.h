@@ -20,6 +20,7 @@ int walkCommand(const std::vector<uint32_t>& usIfIndex, bool multipleUpstreams);
 int runCommand(const std::vector<std::string>& files, bool brief);
 int listOperationsCommand();
 int demoCommand(const std::string& scenarioDir);
+int captureCommand(const std::string& file, bool follow, double intervalSeconds);
 
 // Where the shipped scenarios are: the given directory, else the source
 // tree this binary was built from, else the installed copy.

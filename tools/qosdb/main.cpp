@@ -81,6 +81,16 @@ int main(int argc, char** argv) {
   demo->add_option("--scenarios", scenarios, "directory of the shipped scenarios");
   demo->callback([&] { command = [&] { return qosdb::demoCommand(scenarios); }; });
 
+  std::string captureFile;
+  bool follow = false;
+  double interval = 0.2;
+  auto* capture = app.add_subcommand("capture", "write the stored DSX messages as a pcap file (DOCSIS, link type 143)");
+  capture->add_option("file", captureFile, "the file to write (- writes standard output)")->required();
+  capture->add_flag("--follow", follow, "keep writing frames as messages change, until stopped");
+  capture->add_option("--interval", interval, "seconds between two looks at the store with --follow")
+      ->check(CLI::Range(0.01, 60.0));
+  capture->callback([&] { command = [&] { return qosdb::captureCommand(captureFile, follow, interval); }; });
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
