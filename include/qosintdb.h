@@ -28,6 +28,15 @@
 
 #include <stdint.h>
 
+/* The release this header belongs to. MAJOR changes only with an
+ * incompatible ABI change (it is the shared library's SOVERSION), MINOR
+ * with an addition, PATCH with a fix. qos_IntDb_Version gives the release
+ * of the library actually loaded. */
+#define QOSINTDB_VERSION_MAJOR 1
+#define QOSINTDB_VERSION_MINOR 1
+#define QOSINTDB_VERSION_PATCH 0
+#define QOSINTDB_VERSION_STRING "1.1.0"
+
 #ifdef __cplusplus
 extern "C" {
 #endif
@@ -180,12 +189,15 @@ typedef struct QosDbcDb {
     QosDbcSfBitmap sfBitmaps[QOS_DBC_BITMAP_ENTRIES];
 } QosDbcDb;
 
-#if defined(__cplusplus)
+/* The record sizes are part of the ABI: a compiler that lays them out
+ * differently stops the build. Dialects without a static assertion get a
+ * negative array size instead. */
+#if defined(__cplusplus) && __cplusplus >= 201103L
 #define QOS_LAYOUT_CHECK(cond, msg) static_assert(cond, msg)
-#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
+#elif !defined(__cplusplus) && defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
 #define QOS_LAYOUT_CHECK(cond, msg) _Static_assert(cond, msg)
 #else
-#define QOS_LAYOUT_CHECK(cond, msg)
+#define QOS_LAYOUT_CHECK(cond, msg) extern char qos_layout_check[(cond) ? 1 : -1]
 #endif
 QOS_LAYOUT_CHECK(sizeof(SidChannelMapping) == 8, "SidChannelMapping is 8 bytes");
 QOS_LAYOUT_CHECK(sizeof(ModMapping) == 8, "ModMapping is 8 bytes");
@@ -201,6 +213,10 @@ extern QOS_API QosDbcDb *dbcTaDb;
 /* Entry points and lock                                               */
 /* ------------------------------------------------------------------ */
 
+/* The release of the library loaded, "MAJOR.MINOR.PATCH" (a static string;
+ * compare with QOSINTDB_VERSION_STRING). Needs no region, no lock, logs
+ * nothing. */
+QOS_API const char *qos_IntDb_Version(void);
 /* Creates and zeroes the region, resets every table, creates the semaphore
  * with value 1. Exactly one process of the stack calls it, without the lock. */
 QOS_API int32_t qos_IntDb_Init(void);
