@@ -76,7 +76,12 @@ set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME qosintdb-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
 set(CPACK_COMPONENT_TOOLS_DEPENDS runtime)
-set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+# qosdb needs the runtime package (a component dependency, below the
+# version of this build) and the C++ runtime; dpkg-shlibdeps cannot see the
+# libraries of a sibling package, so these are named by hand.
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libc6, libstdc++6")
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "shared libraries: libqosintdb and the host platform")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "headers, static libraries, CMake and pkg-config files")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "the qosdb tool and its scenarios")
