@@ -8,7 +8,8 @@ packages=(cmake make g++ libgtest-dev libgmock-dev libbenchmark-dev
           libcli11-dev nlohmann-json3-dev libsqlite3-dev util-linux procps)
 if [[ "${1:-}" == "ci" ]]; then
   packages+=(g++-mips-linux-gnu qemu-user g++-arm-linux-gnueabihf
-             clang libclang-rt-14-dev gcovr)
+             clang libclang-rt-14-dev gcovr
+             abigail-tools dpkg-dev pkgconf)  # ABI guard, Debian packages, consumer build
 fi
 
 missing=()
