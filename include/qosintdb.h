@@ -236,10 +236,10 @@ extern QOS_API QosDbcDb *dbcTaDb;
 QOS_API const char *qos_IntDb_Version(void);
 /* Creates and zeroes the region, resets every table, creates the semaphore
  * with value 1. Exactly one process of the stack calls it, without the lock
- * (the transaction table reset locks itself). Logs "******* QOS internal DB
- * create failure *********" when the platform gives no region, and "Failed
- * to create QOS TA semaphore" / "Failed to initialize QOS TA semaphore"
- * (level 0). */
+ * (its transaction table reset locks itself). Logs "******* QOS internal DB
+ * create failure *********" when the platform gives no region; "Failed to
+ * create QOS TA semaphore" / "Failed to initialize QOS TA semaphore" at
+ * level 0. */
 QOS_API int32_t qos_IntDb_Init(void);
 /* Attaches to the existing region and semaphore; changes no table. Call it
  * after qos_IntDb_Init has run somewhere: the semaphore gets its value there.
@@ -252,14 +252,14 @@ QOS_API int32_t qos_IntDb_RetrieveAccess(void);
 QOS_API int32_t qos_IntDb_Reset(void);
 
 /* Lock. Take / give back the stack-wide semaphore (System V, key 4656; not
- * recursive, no undo: a process that dies holding it leaves it taken). 0,
+ * recursive). 0,
  * or on failure the logger's result after "Failed to lock the QOS TA
  * semaphore" / "Failed to Unlock the QOS TA semaphore" (level 0). */
 QOS_API int32_t qos_taDb_Lock(void);
 QOS_API int32_t qos_taDb_Unlock(void);
 
 /* Point the tables at a region mapped at `base` (the entry points do it);
- * -1 for NULL. They touch no row and log nothing. */
+ * -1 for NULL, nothing logged. */
 QOS_API int32_t qos_intDb_SfDb_init(void *base);
 QOS_API int32_t qos_intDb_MsgDb_init(void *base);
 QOS_API int32_t qos_intDb_TaDb_init(void *base);
@@ -326,7 +326,8 @@ QOS_API int32_t qos_TaDb_printDb(void);
  * full. ...". */
 
 /* Resets flows, classifiers, SID clusters, switchover criteria, active and
- * PHS tables and the statistics block. Logs only the not-initialised check. */
+ * PHS tables and the statistics block. Does nothing, silently, before
+ * attachment. */
 QOS_API void qos_intDb_SfDb_Reset(void);
 /* Frees one row (index 0..127; others ignored). No check, no log. */
 QOS_API void qos_intDb_SfDb_RowReset(uint32_t sfIndex);
@@ -387,9 +388,12 @@ QOS_API int32_t qos_intDb_FindSFIdValid(uint32_t sfId);
 /* Service flows: attributes (by SF DB index)                          */
 /* ------------------------------------------------------------------ */
 
-/* Getters and setters of one field of the flow at sfIndex. Getters refuse
- * an index above 127 (most with the range message) and most refuse a free
- * row silently; setters store whatever the row's state. */
+/* Getters and setters of one field of the flow at sfIndex; a failing call
+ * writes nothing. An index above 127 is refused with the range message,
+ * silently by SetSfSid, SetSFState, CheckSFOperational, GetSfDirection,
+ * GetSFTaIndex, SetSFTaIndex and GetSFHeldTaIndex. Only GetSfRef and
+ * GetSfId refuse a free row (silently). Setters store any value whatever
+ * the row's state and bypass the state transitions. */
 QOS_API int32_t qos_intDb_GetSfRef(uint32_t sfIndex, uint32_t *ref);
 QOS_API int32_t qos_intDb_GetSfId(uint32_t sfIndex, uint32_t *sfId);
 QOS_API int32_t qos_intDb_SetSfId(uint32_t sfIndex, uint32_t sfId);
@@ -413,7 +417,8 @@ QOS_API int32_t qos_intDb_GetSFHeldTaIndex(uint32_t sfIndex, int32_t *heldTaInde
 QOS_API int32_t qos_intDb_GetSfClusterCounter(uint32_t sfIndex, uint8_t *counter);
 QOS_API int32_t qos_intDb_GetServiceFlowClassCounter(uint32_t sfIndex, uint32_t *counter);
 QOS_API int32_t qos_intDb_GetServiceFlowPhsCounter(uint32_t sfIndex, uint32_t *counter);
-/* Primary flow reference of a direction (1 downstream, 2 upstream). */
+/* Primary flow reference of a direction (1 downstream, 2 upstream; any
+ * other direction: -1 silently). */
 QOS_API int32_t qos_intDb_GetSfPrimaryRef(uint32_t direction, uint16_t *ref);
 QOS_API int32_t qos_intDb_SetSfPrimaryRef(uint32_t direction, uint32_t ref);
 /* Number of active upstream flows qos_intDb_FillActiveUsSfTable entered. */
