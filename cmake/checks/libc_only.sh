@@ -40,8 +40,12 @@ else
 fi
 
 if ((fail)); then
-  objs="$(nm -A -C --undefined-only "$static" 2>/dev/null | grep -E 'std::|__cxa_|__gxx_' | cut -d: -f2 | sort -u)"
-  [[ -n "$objs" ]] && echo "C++ runtime references come from: $(echo $objs)"
+  objs="$(nm -A -C --undefined-only "$static" 2>/dev/null | grep -E 'std::|__cxa_|__gxx_' |
+          cut -d: -f2 | sort -u || true)"
+  if [[ -n "$objs" ]]; then
+    echo "C++ runtime references come from: $(echo $objs) - those sources must do without the C++"
+    echo "runtime (std::chrono, thread-safe statics, new/delete, exceptions)"
+  fi
   exit 1
 fi
 echo "OK: the core library needs libc only"
