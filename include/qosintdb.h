@@ -8,16 +8,30 @@
  * change store. One process of the modem stack calls qos_IntDb_Init; every
  * other process calls qos_IntDb_RetrieveAccess and sees the same rows.
  *
+ * The operations below are grouped in the order a client meets them:
+ * attachment, lock, transactions, service flows, classifiers, PHS rules,
+ * SID clusters, messages and error records, transaction outcomes, active
+ * tables, the registration check, SNMP walks and the bonding change store.
+ *
  * Locking: callers hold qos_taDb_Lock()/qos_taDb_Unlock() around every
- * operation or group of operations. Exceptions, which lock by themselves
- * and must be called WITHOUT the lock (it is not recursive):
- * qos_TaDb_AddNewTa, qos_intDb_ResetTaDbRow, qos_intDb_TaDb_reset,
- * qos_IntDb_Init and qos_IntDb_Reset.
+ * operation or group of operations; no operation takes the lock unless its
+ * comment says "Locks itself". Those few must be called WITHOUT the lock
+ * (it is not recursive): qos_IntDb_Init, qos_IntDb_Reset,
+ * qos_TaDb_AddNewTa, qos_intDb_ResetTaDbRow and qos_intDb_TaDb_reset.
  *
  * Results: every operation returns 0 on success and -1 on failure unless
  * its comment says otherwise; lookups that find nothing return -1 silently.
  * Output pointers belong to the caller. A NULL output pointer that an
  * operation has no defined answer for is refused with -1, nothing written.
+ *
+ * Logging: messages go to the platform logger (logger_build_send_log_msg)
+ * with the operation's own name, level 1 (errors) and module 24 (module 42
+ * for the bonding change store) unless a comment names another level. An
+ * operation logs nothing but its table's not-initialised check unless its
+ * comment or its section says so: "func <name>: ---> Internal DB  is not
+ * initialized" (flows and everything built on them), "<name>: ---> DSX TA
+ * DB is not initialized", "<name>: ---> DSX MSG DB is not initialized".
+ * Diagnostic prints write to standard output, never to the logger.
  *
  * Indexes: SF DB index 0..127, Clsf DB index 0..319, TA DB index 0..9 (the
  * message store and the outcome operations also take 10). Indexes passed
@@ -27,6 +41,15 @@
 #define QOSINTDB_H
 
 #include <stdint.h>
+
+/* The release this header belongs to. MAJOR changes only with an
+ * incompatible ABI change (it is the shared library's SOVERSION), MINOR
+ * with an addition, PATCH with a fix. qos_IntDb_Version gives the release
+ * of the library actually loaded. */
+#define QOSINTDB_VERSION_MAJOR 1
+#define QOSINTDB_VERSION_MINOR 1
+#define QOSINTDB_VERSION_PATCH 0
+#define QOSINTDB_VERSION_STRING "1.1.0"
 
 #ifdef __cplusplus
 extern "C" {
@@ -180,12 +203,15 @@ typedef struct QosDbcDb {
     QosDbcSfBitmap sfBitmaps[QOS_DBC_BITMAP_ENTRIES];
 } QosDbcDb;
 
-#if defined(__cplusplus)
+/* The record sizes are part of the ABI: a compiler that lays them out
+ * differently stops the build. Dialects without a static assertion get a
+ * negative array size instead. */
+#if defined(__cplusplus) && __cplusplus >= 201103L
 #define QOS_LAYOUT_CHECK(cond, msg) static_assert(cond, msg)
-#elif defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
+#elif !defined(__cplusplus) && defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
 #define QOS_LAYOUT_CHECK(cond, msg) _Static_assert(cond, msg)
 #else
-#define QOS_LAYOUT_CHECK(cond, msg)
+#define QOS_LAYOUT_CHECK(cond, msg) extern char qos_layout_check[(cond) ? 1 : -1]
 #endif
 QOS_LAYOUT_CHECK(sizeof(SidChannelMapping) == 8, "SidChannelMapping is 8 bytes");
 QOS_LAYOUT_CHECK(sizeof(ModMapping) == 8, "ModMapping is 8 bytes");
@@ -201,21 +227,39 @@ extern QOS_API QosDbcDb *dbcTaDb;
 /* Entry points and lock                                               */
 /* ------------------------------------------------------------------ */
 
+/* Attachment. qos_IntDb_Init and qos_IntDb_RetrieveAccess are the first
+ * calls of a process; nothing detaches. */
+
+/* The release of the library loaded, "MAJOR.MINOR.PATCH" (a static string;
+ * compare with QOSINTDB_VERSION_STRING). Needs no region, no lock, logs
+ * nothing. */
+QOS_API const char *qos_IntDb_Version(void);
 /* Creates and zeroes the region, resets every table, creates the semaphore
- * with value 1. Exactly one process of the stack calls it, without the lock. */
+ * with value 1. Exactly one process of the stack calls it, without the lock
+ * (its transaction table reset locks itself). Logs "******* QOS internal DB
+ * create failure *********" when the platform gives no region; "Failed to
+ * create QOS TA semaphore" / "Failed to initialize QOS TA semaphore" at
+ * level 0. */
 QOS_API int32_t qos_IntDb_Init(void);
 /* Attaches to the existing region and semaphore; changes no table. Call it
- * after qos_IntDb_Init has run somewhere: the semaphore gets its value there. */
+ * after qos_IntDb_Init has run somewhere: the semaphore gets its value there.
+ * -1 silently without a region; "Failed to access QOS TA semaphore" (level
+ * 0) and -1 without the semaphore (the tables stay attached). */
 QOS_API int32_t qos_IntDb_RetrieveAccess(void);
 /* Empties the flow family, message store and transaction tables; -1 when
- * this process has no region. Takes the lock per transaction row. */
+ * this process has no region. Locks itself, once per transaction row: call
+ * it without the lock. */
 QOS_API int32_t qos_IntDb_Reset(void);
 
-/* Take / give back the stack-wide semaphore. 0, or the logger's result. */
+/* Lock. Take / give back the stack-wide semaphore (System V, key 4656; not
+ * recursive). 0,
+ * or on failure the logger's result after "Failed to lock the QOS TA
+ * semaphore" / "Failed to Unlock the QOS TA semaphore" (level 0). */
 QOS_API int32_t qos_taDb_Lock(void);
 QOS_API int32_t qos_taDb_Unlock(void);
 
-/* Point the tables at a region mapped at `base`; -1 for NULL. */
+/* Point the tables at a region mapped at `base` (the entry points do it);
+ * -1 for NULL, nothing logged. */
 QOS_API int32_t qos_intDb_SfDb_init(void *base);
 QOS_API int32_t qos_intDb_MsgDb_init(void *base);
 QOS_API int32_t qos_intDb_TaDb_init(void *base);
@@ -225,17 +269,24 @@ QOS_API int32_t qos_dbc_DbInit(void *base);
 /* DSX transaction table                                               */
 /* ------------------------------------------------------------------ */
 
-/* Allocates the lowest free row, fills it and writes its index. A modem-
- * initiated transaction (initiator 0) gets a generated 15-bit ID. -1 when
- * authLen > 255 or the table is full. Takes the lock once, by itself. */
+/* Indexes 0..9. Operations taking an index log "<name>: ---> DSX TA DB
+ * index <i> is out of range" for an index above 9 (the others: no log). */
+
+/* Allocates the lowest free row, fills it, resets its message record and
+ * writes its index. A modem-initiated transaction (initiator 0) gets a
+ * generated 15-bit ID. -1 when authLen > 255 (no log) or the table is full
+ * ("<name>: DSX TA DB is full. Cannot allocate new TA index for CM DSX
+ * message"). Locks itself, once: call it without the lock. */
 QOS_API int32_t qos_TaDb_AddNewTa(uint32_t taId, uint32_t type, uint32_t initiator,
                                   uint32_t authLen, const uint8_t *authData,
                                   uint32_t *taIndex);
-/* Index of the used row with this transaction ID. */
+/* Index of the used row with this transaction ID; ID 0 or a NULL output
+ * logs "<name>: incorrect input parameters TA ID = ..." and fails. */
 QOS_API int32_t qos_TaDb_FindTaIndexByTaId(uint32_t taId, uint32_t *taIndex);
 /* Writes the row's ID; 0 if the row is used, -1 if free. */
 QOS_API int32_t qos_TaDb_GetTaId(uint32_t taIndex, uint16_t *taId);
-/* Type / initiator / subtype of a used row. */
+/* Type / initiator / subtype of a used row; -1 for a free row or NULL
+ * output, nothing written. The setter stores whatever the row's state. */
 QOS_API int32_t qos_TaDb_GetTaType(uint32_t taIndex, uint32_t *type);
 QOS_API int32_t qos_TaDb_GetTaInitiator(uint32_t taIndex, uint32_t *initiator);
 QOS_API int32_t qos_TaDb_GetTaSubtype(uint32_t taIndex, uint32_t *subtype);
@@ -252,13 +303,15 @@ QOS_API int32_t qos_TaDb_GetRetCounter(uint32_t taIndex, uint32_t *retries);
  * row's own bytes, not a copy. */
 QOS_API int32_t qos_TaDb_SetTaAuthBlock(uint32_t taIndex, uint32_t authLen, const uint8_t *authData);
 QOS_API int32_t qos_TaDb_GetTaAuthBlock(uint32_t taIndex, uint32_t *authLen, uint8_t **authData);
-/* Both validate two indexes only: 0 when both are 0..9. */
+/* Both validate two indexes only: 0 when both are 0..9, else the out-of-
+ * range message with the first bad index. */
 QOS_API int32_t qos_TaDb_CompareTaStates(uint32_t taIndexA, uint32_t taIndexB);
 QOS_API int32_t qos_TaDb_CheckTaConflict(uint32_t taIndexA, uint32_t taIndexB);
 /* Frees a row and resets its message record (0..10; 10 resets only message
- * record 10). Takes the lock by itself. */
+ * record 10). Locks itself: call it without the lock. */
 QOS_API void qos_intDb_ResetTaDbRow(int32_t taIndex);
-/* Frees every row; takes the lock once per row. */
+/* Frees every row and its message record. Locks itself, once per row: call
+ * it without the lock. */
 QOS_API void qos_intDb_TaDb_reset(void);
 /* Prints the used rows to standard output. */
 QOS_API int32_t qos_TaDb_printDb(void);
@@ -267,57 +320,80 @@ QOS_API int32_t qos_TaDb_printDb(void);
 /* Service flows: table                                                */
 /* ------------------------------------------------------------------ */
 
+/* Operations of the flow family take an SF DB index 0..127; where an index
+ * is refused with a message, it is "func <name>: ---> SF DB index <i> is
+ * out of range". Adds that find the table full log "<name>: SF int DB is
+ * full. ...". */
+
 /* Resets flows, classifiers, SID clusters, switchover criteria, active and
- * PHS tables and the statistics block. */
+ * PHS tables and the statistics block. Does nothing, silently, before
+ * attachment. */
 QOS_API void qos_intDb_SfDb_Reset(void);
-/* Frees one row (index 0..127). */
+/* Frees one row (index 0..127; others ignored). No check, no log. */
 QOS_API void qos_intDb_SfDb_RowReset(uint32_t sfIndex);
 /* The row the free-row rule chooses (may raise the maximum index). */
 QOS_API int32_t qos_intDb_FindSfDbNextFreeIndex(uint32_t *sfIndex);
 /* First used, non-placeholder row of the used range with this SFID. */
 QOS_API int32_t qos_intDb_FindSfById(uint32_t sfId, uint32_t *sfIndex);
+/* The highest row index that scans of the flow table visit. */
 QOS_API int32_t qos_intDb_GetSfDbMaxIndex(uint32_t *maxIndex);
 /* Counts the FREE rows of all 128, stores and writes the count. */
 QOS_API int32_t qos_intDb_UpdateSfNumber(uint32_t *sfNumber);
+/* The count the last qos_intDb_UpdateSfNumber stored. */
 QOS_API int32_t qos_intDb_GetSfNumber(uint32_t *sfNumber);
-/* Always -1. */
+/* Always -1; no check, no log. */
 QOS_API int32_t qos_intDb_GetNextSFDbIndex(void);
-/* Always 0. */
+/* Always 0; no check, no log. */
 QOS_API int32_t qos_intDb_DsdReqRecieved(void);
 
 /* ------------------------------------------------------------------ */
 /* Service flows: creation, lookup, deletion                           */
 /* ------------------------------------------------------------------ */
 
-/* Registration: the flow is operational at once; counts its SID clusters. */
+/* Registration: the flow is operational at once (a placeholder or earlier
+ * row with the same reference is taken over); counts its SID clusters. */
 QOS_API int32_t qos_intDb_AddSf(uint32_t sfId, uint32_t ref, uint32_t direction);
 /* Modem-initiated DSA: flow by reference, state adding under taIndex. */
 QOS_API int32_t qos_intDb_AddSfReference(uint32_t ref, uint32_t direction, int32_t taIndex);
-/* CMTS-initiated DSA: flow by SFID; -1 if another transaction owns it. */
+/* CMTS-initiated DSA: flow by SFID; -1 if another transaction owns it
+ * ("Add SF ID to int DB: SFID=0x%x already exists with TA index=%d"). */
 QOS_API int32_t qos_intDb_AddSfId(uint32_t sfId, uint32_t direction, int32_t taIndex);
-/* DSC: marks the flow changing under taIndex. */
+/* DSC: marks the flow changing under taIndex; -1 silently above 127. */
 QOS_API int32_t qos_intDb_ChangeSF(uint32_t sfIndex, int32_t taIndex);
-/* DSD: marks the flow deleting under taIndex (0..10). */
+/* DSD: marks the flow deleting under taIndex (0..10), remembering a
+ * running transaction as the holder; -1 silently outside. */
 QOS_API int32_t qos_intDb_StartDeleteSF(uint32_t sfIndex, int32_t taIndex);
+/* Lookups of the used range: first row by reference, by (reference,
+ * transaction), by transaction, by (transaction, direction). */
 QOS_API int32_t qos_intDb_FindSfByRef(uint32_t ref, uint32_t *sfIndex);
 QOS_API int32_t qos_intDb_FindSfByTaAndRef(uint32_t ref, int32_t taIndex, uint32_t *sfIndex);
 QOS_API int32_t qos_intDb_FindSFByTaIndex(int32_t taIndex, uint32_t *sfIndex);
 QOS_API int32_t qos_intDb_FindSFByTaIndexAndDirection(int32_t taIndex, uint32_t direction,
                                                       uint32_t *sfIndex);
-/* Next flow of a transaction after prevIndex (start with -1). */
+/* Next flow of a transaction after prevIndex (start with -1); writes -1
+ * first. -1 silently for prevIndex above 127 or a negative taIndex. */
 QOS_API int32_t qos_intDb_NextSFIndexOfTa(int32_t taIndex, int32_t prevIndex, uint32_t *sfIndex);
-/* The flow's transaction and the other flow of that transaction (or -1). */
+/* The flow's transaction and the other flow of that transaction (or -1);
+ * -1 silently for a free row or NULL output, the range message above 127. */
 QOS_API int32_t qos_intDb_GetSfTaIndexAndPairSf(uint32_t sfIndex, uint32_t *taIndex,
                                                 uint32_t *pairSfIndex);
-/* Next upstream flow with the active parameter set after prevIndex. */
+/* Next upstream flow with the active parameter set after prevIndex.
+ * Logs "func: %s, no next US active SF has been found " when there is none
+ * and "func: %s, no next US active SF (input SfDbIndex %d) " above 127. */
 QOS_API int32_t qos_intDb_FindNextActiveSf(int32_t prevIndex, uint32_t *sfIndex);
-/* Always -1. */
+/* Always -1; no check, no log. */
 QOS_API int32_t qos_intDb_FindSFIdValid(uint32_t sfId);
 
 /* ------------------------------------------------------------------ */
 /* Service flows: attributes (by SF DB index)                          */
 /* ------------------------------------------------------------------ */
 
+/* Getters and setters of one field of the flow at sfIndex; a failing call
+ * writes nothing. An index above 127 is refused with the range message,
+ * silently by SetSfSid, SetSFState, CheckSFOperational, GetSfDirection,
+ * GetSFTaIndex, SetSFTaIndex and GetSFHeldTaIndex. Only GetSfRef and
+ * GetSfId refuse a free row (silently). Setters store any value whatever
+ * the row's state and bypass the state transitions. */
 QOS_API int32_t qos_intDb_GetSfRef(uint32_t sfIndex, uint32_t *ref);
 QOS_API int32_t qos_intDb_GetSfId(uint32_t sfIndex, uint32_t *sfId);
 QOS_API int32_t qos_intDb_SetSfId(uint32_t sfIndex, uint32_t sfId);
@@ -341,26 +417,33 @@ QOS_API int32_t qos_intDb_GetSFHeldTaIndex(uint32_t sfIndex, int32_t *heldTaInde
 QOS_API int32_t qos_intDb_GetSfClusterCounter(uint32_t sfIndex, uint8_t *counter);
 QOS_API int32_t qos_intDb_GetServiceFlowClassCounter(uint32_t sfIndex, uint32_t *counter);
 QOS_API int32_t qos_intDb_GetServiceFlowPhsCounter(uint32_t sfIndex, uint32_t *counter);
-/* Primary flow reference of a direction (1 downstream, 2 upstream). */
+/* Primary flow reference of a direction (1 downstream, 2 upstream; any
+ * other direction: -1 silently). */
 QOS_API int32_t qos_intDb_GetSfPrimaryRef(uint32_t direction, uint16_t *ref);
 QOS_API int32_t qos_intDb_SetSfPrimaryRef(uint32_t direction, uint32_t ref);
+/* Number of active upstream flows qos_intDb_FillActiveUsSfTable entered. */
 QOS_API int32_t qos_intDb_GetActiveSfNumber(uint32_t *activeSfNumber);
 
-/* Diagnostic dumps to standard output. */
+/* Diagnostic dumps to standard output (index messages are printed, not
+ * logged). The whole row: */
 QOS_API int32_t qos_intDb_fullPrintSF(uint32_t sfIndex);
 /* One row, or every used row for an index above 127. */
 QOS_API int32_t qos_intDb_shortPrintSF(int32_t sfIndex);
 
 /* Gives a flow a new SFID in every table that holds it: its flow row, every
  * classifier and active flow row with the old SFID, and the active PHS
- * table of the flow's direction. */
+ * table of the flow's direction. Logs "Incorrect parameter for SFID
+ * substitution, ..." for an SFID 0 and "No SF with SFID=0x%x was found;
+ * SFID cannot be substituted " for an unknown one. */
 QOS_API int32_t qos_intDb_SubstituteSfId(uint32_t oldSfId, uint32_t newSfId);
 
 /* ------------------------------------------------------------------ */
 /* Classifiers                                                          */
 /* ------------------------------------------------------------------ */
 
-/* Lookups scan rows 0..clsfDbMaxIndex, first match wins, -1 silently if
+/* Classifier operations log the not-initialised check and, for an index
+ * above 319, "func <name>: ---> Clsf DB index <i> is out of range".
+ * Lookups scan rows 0..clsfDbMaxIndex, first match wins, -1 silently if
  * none. By reference: real classifiers only (placeholders are passed over). */
 QOS_API int32_t qos_intDb_FindClsfByRef(uint32_t ref, uint32_t *clsfIndex);
 /* By identifier and SFID, or by reference and transaction: placeholders too. */
@@ -389,9 +472,14 @@ QOS_API int32_t qos_intDb_FindClsfDbNextFreeIndex(uint32_t *clsfIndex);
 /* One row, or every used row for an index above 319; -1 for a negative one. */
 QOS_API int32_t qos_intDb_PrintClsf(int32_t clsfIndex);
 
-/* Adds name a flow that is not there yet by creating it as a placeholder
- * (state referenced), and take over a PHS placeholder of the classifier.
- * A failed add writes no row. Registration add: operational at once. */
+/* Adding a classifier: an add that names a flow not there yet creates the
+ * flow as a placeholder (state referenced); an add finding a PHS
+ * placeholder of the same classifier takes that row over. A failed add
+ * writes no row and logs why: "<name>: Classifier int DB is full. ...",
+ * "<name>: SF int DB is full. Referenced SF cannot be added to DB for ...",
+ * or "<name>: Clsf with Ref=... already exists ...".
+ * Registration add (qos_intDb_AddClsf): the classifier is operational at
+ * once. */
 QOS_API int32_t qos_intDb_AddClsf(uint32_t sfId, uint32_t sfRef, uint32_t clsfRef);
 /* DSA adds, by reference or identifier: adding under taIndex. */
 QOS_API int32_t qos_intDb_AddClsfRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex);
@@ -412,7 +500,14 @@ QOS_API int32_t qos_intDb_DeleteClassifier(uint32_t sfIndex, uint32_t clsfIndex,
 /* A rule is kept as its flow's phsCounter and the classifier it names.
  * Adds (registration, DSA by reference, DSA by identifier) create
  * placeholder rows for a classifier or flow not known yet; a failed add
- * writes no row. */
+ * writes no row. Every refusal with a reason is logged at level 1: a full
+ * table ("<name>: SF int DB is full. ..." / "<name>: Clsf int DB is full.
+ * ..."), a reference mismatch ("Cannot add PHS because of Clsf Ref and SF
+ * Ref mismatch, ..."), an unknown flow ("Cannot find SFID=0x%x in QOS
+ * internal DB for PHS adding" / "... deleting"), another transaction at
+ * work ("Cannot append PHS, since other DSX TA runs on the SF or Clsf ..."
+ * / "Cannot change PHS, ..."), an unknown classifier ("Cannot append PHS,
+ * since its classifier is not found ..." / "Cannot change PHS, ..."). */
 QOS_API int32_t qos_intDb_AddPhs(uint32_t sfRef, uint32_t clsfRef);
 QOS_API int32_t qos_intDb_AddPhsRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex);
 QOS_API int32_t qos_intDb_AddPhsId(uint32_t sfId, uint32_t clsfId, int32_t taIndex);
@@ -431,9 +526,14 @@ QOS_API int32_t qos_intDb_DeletePhs(uint32_t sfId, int32_t taIndex, uint32_t del
 /* SID clusters and switchover criteria                                */
 /* ------------------------------------------------------------------ */
 
+/* SID clusters (79 rows) of upstream flows, four ports each, and their
+ * switchover criteria. A full table logs "<name>: SID Cluster int DB is
+ * full. ...". */
+
 /* Stores (or rewrites) the cluster of a flow; entry i is port i+1. */
 QOS_API int32_t qos_intDb_AddSfSidCluster(uint32_t sfId, uint8_t clusterId,
                                           const SidChannelMapping channels[4]);
+/* Frees one cluster of a flow / every cluster of a flow. */
 QOS_API int32_t qos_intDb_DelSfSidCluster(uint32_t sfId, uint8_t clusterId);
 QOS_API int32_t qos_intDb_DeleteSidClustersOfSf(uint32_t sfId);
 /* Copies ucid and sid of the four ports; action words are left alone. */
@@ -446,6 +546,8 @@ QOS_API int32_t qos_intDb_GetSidClusterTableRow(uint32_t sfId, uint8_t clusterId
                                                 uint32_t *sid);
 /* Prints the clusters; -1 (nothing printed) before attachment. */
 QOS_API int32_t qos_intDb_PrintSidClusters(void);
+/* Switchover criteria of a flow's clusters (64 rows): set (rewrites the
+ * flow's row or takes a free one; -1 silently when full), get, delete. */
 QOS_API int32_t qos_intDb_SetSfSidClusterParams(uint32_t sfId, uint32_t maxOutstandingBytes,
                                                 uint32_t maxTotalBytesRequested,
                                                 uint16_t maxTimeInCluster, uint8_t maxRequests);
@@ -453,10 +555,14 @@ QOS_API int32_t qos_intDb_GetSfSidClusterParams(uint32_t sfId, uint32_t *maxOuts
                                                 uint32_t *maxTotalBytesRequested,
                                                 uint16_t *maxTimeInCluster, uint8_t *maxRequests);
 QOS_API int32_t qos_intDb_DeleteSfSidClusterParams(uint32_t sfId);
+/* The highest cluster row scans visit; the cluster limit of the
+ * registration check. */
 QOS_API int32_t qos_intDb_GetClusterDbMaxIndex(uint32_t *maxIndex);
 QOS_API int32_t qos_intDb_GetClusterMaxNum(uint32_t *maxNum);
 /* Stores at most 79. */
 QOS_API int32_t qos_intDb_SetClusterMaxNum(uint32_t maxNum);
+/* The stored cluster count (never maintained: reads 0); the row the next
+ * store would take (the range may grow; -1 when full). */
 QOS_API int32_t qos_intDb_GetClusterNumber(uint32_t *clusterNumber);
 QOS_API int32_t qos_intDb_FindClusterDbNextFreeIndex(uint32_t *rowIndex);
 
@@ -464,10 +570,15 @@ QOS_API int32_t qos_intDb_FindClusterDbNextFreeIndex(uint32_t *rowIndex);
 /* DSX message store (request, response, acknowledge, error record)    */
 /* ------------------------------------------------------------------ */
 
+/* One message record per TA DB index 0..10. Operations taking an index log
+ * "<name>: ---> DSX MSG DB index <i> is out of range" for 11 or more. */
+
+/* Empties every message record. */
 QOS_API int32_t qos_intDb_MsgDb_reset(void);
 /* Empties a row's buffers (reserving the headers unless noHeader) and
  * resets its error record (not for row 10). */
 QOS_API int32_t qos_intDb_MsgInitBufferForTa(uint32_t taIndex, uint32_t type, uint32_t noHeader);
+/* Empties a row's three buffers. */
 QOS_API int32_t qos_intDb_MsgResetTaBuffer(uint32_t taIndex);
 /* Append a TLV (type byte, length byte, value); -1 if it would reach 1600. */
 QOS_API int32_t qos_intDb_MsgAddReqBufferTlv(uint32_t taIndex, uint32_t type, uint32_t length,
@@ -480,7 +591,9 @@ QOS_API int32_t qos_intDb_MsgAddAckBufferTlv(uint32_t taIndex, uint32_t type, ui
 QOS_API int32_t qos_intDb_MsgAddReqBufferField(uint32_t taIndex, uint32_t length, const uint8_t *bytes);
 QOS_API int32_t qos_intDb_MsgAddRspBufferField(uint32_t taIndex, uint32_t length, const uint8_t *bytes);
 QOS_API int32_t qos_intDb_MsgAddAckBufferField(uint32_t taIndex, uint32_t length, const uint8_t *bytes);
-/* Replace a whole message (a request also empties the row first). */
+/* Replace a whole message (a request also empties the row first); 1600
+ * bytes or more log "<name>: Unsufficient memory for DSX-REQ message, TA DB
+ * index = <i>" (DSX-RSP, DSX-ACK) and fail. */
 QOS_API int32_t qos_intDb_MsgUpdateReqBuffer(uint32_t taIndex, const uint8_t *bytes, uint32_t length);
 QOS_API int32_t qos_intDb_MsgUpdateRspBuffer(uint32_t taIndex, const uint8_t *bytes, uint32_t length);
 QOS_API int32_t qos_intDb_MsgUpdateAckBuffer(uint32_t taIndex, const uint8_t *bytes, uint32_t length);
@@ -490,13 +603,16 @@ QOS_API int32_t qos_intDb_MsgGetRspBuffer(uint32_t taIndex, uint8_t **data, uint
 QOS_API int32_t qos_intDb_MsgGetAckBuffer(uint32_t taIndex, uint8_t **data, uint32_t *length);
 /* Argument check only. */
 QOS_API int32_t qos_intDb_MsgGetMsgSendBuff(uint32_t taIndex, uint8_t **data, uint32_t *length);
-/* Hex dump of a row's three buffers (rows 0..9). */
+/* Hex dump of a row's three buffers to standard output (rows 0..9; others
+ * print an out-of-range line and fail). */
 QOS_API int32_t qos_intDb_MsgDbPrint(uint32_t taIndex);
 /* Argument checks only: 0 for index <= 9 and type <= 2. */
 QOS_API int32_t qos_intDb_MsgReqPrint(uint32_t taIndex, uint32_t type);
 QOS_API int32_t qos_intDb_MsgRspPrint(uint32_t taIndex, uint32_t type);
 QOS_API int32_t qos_intDb_MsgAckPrint(uint32_t taIndex, uint32_t type);
 
+/* Error record of a transaction: confirmation code, error code, type and
+ * subtypes, the SFID in error. */
 QOS_API int32_t qos_intDb_MsgSetConfCode(uint32_t taIndex, uint32_t confCode);
 QOS_API int32_t qos_intDb_MsgGetConfCode(uint32_t taIndex, uint32_t *confCode);
 /* Sets the confirmation code; always returns 0. */
@@ -517,15 +633,53 @@ QOS_API int32_t qos_intDb_MsgResetError(uint32_t taIndex);
 /* Transaction outcomes                                                */
 /* ------------------------------------------------------------------ */
 
+/* What the end of a DSX transaction t (taIndex) does to its flows and
+ * classifiers. Each walks the flow rows 0..127 (and, where named, the
+ * classifier rows) once, under the caller's lock, and returns 0; -1 with
+ * nothing changed for an index above 10 (no log) or, for the first five,
+ * a transaction whose type cannot be read (index 10 included). Rows "of t"
+ * have taIndex t; "held by t" means heldTaIndex = t and taIndex -1. Freed
+ * rows lower the maximum indexes. Events carry a 4-byte TA DB index to
+ * component 32; failures of the events and of the deletions they trigger
+ * are ignored. */
+
+/* Success. DSA: flows become operational, held by t, references cleared;
+ * its classifiers operational with references cleared. DSC: flows
+ * operational, held by t, QOS_EV_HELD_SF_CHANGED to a former holder;
+ * classifiers adding/changing become operational, deleting ones are freed,
+ * any other status logs "Incorrect status %d of classifier ClsfID=0x%x on
+ * DSC success processing" (level 2). DSD: flows deleted (state 6), held by
+ * t, QOS_EV_HELD_SF_DELETED to a former holder; an upstream flow loses its
+ * SID clusters, switchover criteria and active entry; the classifiers of
+ * the transaction's flows are freed. */
 QOS_API int32_t qos_intDb_UpdateSfOnTaSucceeded(uint32_t taIndex);
+/* Failure. DSA: flows add-rejected (5), held by t; its classifiers freed.
+ * DSC: flows operational, held by t; classifiers adding are freed,
+ * changing/deleting become operational. DSD: nothing changes (the flows
+ * stay under t). */
 QOS_API int32_t qos_intDb_UpdateSfOnTaFailure(uint32_t taIndex);
+/* Error ("QOS:  Cannot determine DSX TA type; TA index=%d" when the type
+ * cannot be read). DSA: flows deleting (CMTS-initiated) or add-rejected
+ * (modem-initiated), held by t; classifiers of t freed. DSC: flows
+ * deleting, held by t; classifiers as on failure. DSD: as on success. */
 QOS_API int32_t qos_intDb_UpdateSfOnTaError(uint32_t taIndex);
+/* Forced end: flows of t become add-rejected (DSA), operational (DSC) or
+ * deleting (DSD), released from t without becoming held; no event;
+ * classifiers as on error. */
 QOS_API int32_t qos_intDb_UpdateSfOnTaForcedEnd(uint32_t taIndex);
-/* Releases the flows the transaction holds; frees rejected/deleted ones. */
+/* End of the hold: every flow held by t is released; a DSA frees those
+ * add-rejected, a DSD those no other transaction works on. No classifier
+ * walk. */
 QOS_API int32_t qos_intDb_UpdateSfOnTaEnd(uint32_t taIndex);
+/* Add abort: flows of t still adding become add-rejected, held by t; if
+ * there were any, every classifier of t is freed. No type lookup. */
 QOS_API int32_t qos_intDb_UpdateSfAddAbort(uint32_t taIndex);
+/* Acknowledge lost: QOS_EV_HOLDER_ACK_LOST, with the working transaction's
+ * index, for each flow held by t that another transaction works on (state
+ * neither empty nor add-rejected). Changes no row. */
 QOS_API int32_t qos_intDb_UpdateSfOnTaAckLost(uint32_t taIndex);
-/* Clears the references that only the configuration used. */
+/* End of registration: operational flows and classifiers lose the
+ * references that only the configuration used; other rows keep theirs. */
 QOS_API int32_t qos_intDb_UpdateOnRegFinish(void);
 
 /* ------------------------------------------------------------------ */
@@ -533,6 +687,10 @@ QOS_API int32_t qos_intDb_UpdateOnRegFinish(void);
 /* ------------------------------------------------------------------ */
 
 /* Active upstream flows: rows 0..31, a flow's row is its active index.
+ * A full table logs "<name>: Active SF DB is full. SFID=0x%x cannot be
+ * added" (the fill: "... Only %d of %d active US Service Flows are
+ * entered"), an unknown SFID "<name>: SFID=0x%x is not found into active SF
+ * DB".
  * Fills from the operational active upstream flows, primary flow (the one
  * usPrimarySfRef names, else the smallest reference) in row 0; more than 32
  * flows: the first 32 are entered and the rest reported. -1 if none. */
@@ -544,11 +702,17 @@ QOS_API int32_t qos_intDb_GetActiveSfIndexBySfid(uint32_t sfId, uint32_t *active
 /* -1 for an index above 31 or a free row. */
 QOS_API int32_t qos_intDb_GetActiveSfId(uint32_t activeIndex, uint32_t *sfId);
 QOS_API int32_t qos_intDb_SetActiveSfId(uint32_t activeIndex, uint32_t sfId);
+/* Prints the used rows to standard output. */
 QOS_API int32_t qos_intDb_PrintActiveSfDB(void);
 
 /* Active PHS tables, one per direction (2 upstream, 1 downstream), rows
  * 0..31. Adds take the lowest free row and answer 0 for an entry already
- * there; DSID entries live in the downstream table. */
+ * there; DSID entries live in the downstream table. Refusals are logged:
+ * bad arguments ("... Incorrect input parameters ...", "... Incorrect
+ * direction value %d", "... Incorrect input parameter DSID = 0x%x"), a full
+ * table ("... PHS active DB is full. Cannot add new entry ..."), a bad
+ * index ("... PHS active DB index %d is out of range", "activePhsDbIndex =
+ * %d too large, max = %d"). */
 QOS_API int32_t qos_intDb_AddActivePhsEntry(uint32_t sfId, uint32_t clsfId, uint8_t phsi,
                                             uint8_t direction);
 QOS_API int32_t qos_intDb_AddActivePhsEntryByDsid(uint32_t dsid);
@@ -568,14 +732,18 @@ QOS_API int32_t qos_intDb_GetActivePhsInfo(int32_t activePhsIndex, uint8_t direc
                                            uint16_t *clsfId, uint8_t *phsi);
 /* Replaces the SFID whatever the row's status. */
 QOS_API int32_t qos_intDb_SetActivePhsSfid(int32_t activePhsIndex, uint8_t direction, uint32_t sfId);
+/* Prints the used rows of the upstream, then the downstream table to
+ * standard output. */
 QOS_API int32_t qos_intDb_PrintActivePhsDB(void);
 
 /* ------------------------------------------------------------------ */
 /* Registration consistency check                                      */
 /* ------------------------------------------------------------------ */
 
-/* 0 when the registered tables fit the modem's limits; logs the first
- * problem and returns -1 otherwise. Changes nothing. */
+/* 0 when the registered tables fit the modem's limits (64 operational
+ * flows, classifier, PHS, active-flow and cluster limits, no placeholder
+ * left); logs the first problem and returns -1 otherwise. More than 160
+ * classifiers is logged without failing. Changes nothing. */
 QOS_API int32_t qos_intDb_CheckCorrectness(void);
 
 /* ------------------------------------------------------------------ */
@@ -623,7 +791,8 @@ QOS_API int32_t qos_intDb_GetNextSfSidClusterTableIndex(uint32_t sfId, uint32_t 
  * an append to a full list (ModDb 38, ActiveDb 38, SF bitmaps 64) is
  * refused with -1 and a level-1 message. Ports are 1..4. */
 
-/* Zeroes the whole store. */
+/* Zeroes the whole store; "Cannot reset QosDBC DB, shared mem not
+ * connected" without it. */
 QOS_API int32_t qos_dbc_DbReset(void);
 /* Appends one ModDb entry; action 1 mappings go to the adds, 2 to the
  * deletes, others are logged and skipped. More than 4 adds or 4 deletes in
@@ -649,7 +818,9 @@ QOS_API int32_t qos_dbc_UpdateSfSidClusterDb(void);
 /* Sets (active != 0) or clears bit `channel` (port - 1) of the flow's
  * bitmap, making its entry if needed; a channel of 8 or more changes no bit. */
 QOS_API int32_t qos_dbc_SetSfChannelActive(uint32_t sfId, uint8_t channel, int32_t active);
+/* The flow's channel bitmap; -1 if the flow has no entry. */
 QOS_API int32_t qos_dbc_GetSfChannelBitmap(uint32_t sfId, uint32_t *bitmap);
+/* Empties the SF bitmap list. */
 QOS_API int32_t qos_dbc_ResetSfBitmaps(void);
 
 #ifdef __cplusplus

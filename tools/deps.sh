@@ -9,7 +9,8 @@ packages=(cmake make g++ libgtest-dev libgmock-dev libbenchmark-dev
           pkg-config libsnmp-dev snmpd snmp smitools tshark)  # the real clients' tests run snmpd, smilint, tshark
 if [[ "${1:-}" == "ci" ]]; then
   packages+=(g++-mips-linux-gnu qemu-user g++-arm-linux-gnueabihf
-             clang libclang-rt-14-dev gcovr)
+             clang libclang-rt-14-dev gcovr
+             abigail-tools dpkg-dev pkgconf)  # ABI guard, Debian packages, consumer build
 fi
 
 missing=()

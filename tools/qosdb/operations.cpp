@@ -413,6 +413,7 @@ Operation op(const char* name, R (*fn)(P...), const char* argumentNames) {
 std::vector<Operation> table() {
   std::vector<Operation> t = {
       // Entry points and lock
+      ADAPT(qos_IntDb_Version, []() -> int32_t { return qos_IntDb_Version()[0] != '\0' ? 0 : -1; }, ""),
       OP(qos_IntDb_Init, ""), OP(qos_IntDb_RetrieveAccess, ""), OP(qos_IntDb_Reset, ""), OP(qos_taDb_Lock, ""),
       OP(qos_taDb_Unlock, ""), OP(qos_intDb_SfDb_init, "base"), OP(qos_intDb_MsgDb_init, "base"),
       OP(qos_intDb_TaDb_init, "base"), OP(qos_dbc_DbInit, "base"),
