@@ -13,9 +13,9 @@
 namespace qostest {
 namespace {
 
-qos::SfRow& sf(int i) { return reinterpret_cast<qos::SfRow*>(region())[i]; }
-qos::ClsfRow& clsf(int i) { return reinterpret_cast<qos::ClsfRow*>(region() + 10240)[i]; }
-qos::QosIntDbStats& stats() { return *reinterpret_cast<qos::QosIntDbStats*>(region() + 16640); }
+qos::SfRow& sf(int i) { return store().sf[i]; }
+qos::ClsfRow& clsf(int i) { return store().clsf[i]; }
+qos::QosIntDbStats& stats() { return store().stats; }
 
 // The fields the classifier operations touch, as one line.
 std::string clsfStr(int i) {
@@ -127,7 +127,10 @@ TEST_F(Classifiers, FullTablesRefuseWithTheirMessagesAndWriteNoRow) {
       sf(i) = qos::SfRow{};
       sf(i).state = QOS_SF_OPERATIONAL, sf(i).sfId = 0x1000u + i, sf(i).ref = static_cast<uint16_t>(1000 + i);
     }
-    for (int i = 0; !c.flowsFull && i < 320; ++i) clsf(i) = {QOS_CLSF_OPERATIONAL, 200, 0, 0, 0, 0, 0x9999, -1};
+    for (int i = 0; !c.flowsFull && i < 320; ++i) {
+      clsf(i) = qos::ClsfRow{};
+      clsf(i).status = QOS_CLSF_OPERATIONAL, clsf(i).ref = 200, clsf(i).sfId = 0x9999, clsf(i).taIndex = -1;
+    }
     stats().sfDbMaxIndex = c.flowsFull ? 127 : 0;
     stats().clsfDbMaxIndex = c.flowsFull ? 0 : 319;
     auto before = snapshot();

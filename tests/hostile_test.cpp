@@ -85,7 +85,7 @@ TEST_F(HostileTest, EveryOperationKeepsToItsRowsWhateverTheArguments) {
   SidChannelMapping maps[5] = {{QOS_MAP_ADD, 7, 0, 0x23}, {QOS_MAP_ADD, 8, 0, 0x24}, {QOS_MAP_ADD, 9, 0, 0x25},
                                {QOS_MAP_ADD, 10, 0, 0x26}, {QOS_MAP_ADD, 11, 0, 0x27}};
   void* base = qostest::region();
-  auto poke = [](std::size_t offset, uint32_t v) { qostest::put<uint32_t>(offsetof(QosIntDbRegion, dbc) + offset, v); };
+  auto poke = [](uint32_t QosDbcDb::*count) { qostest::store().dbc.*count = 0xFFFFFFFF; };
   auto fillClsf = [](uint32_t lastRow) {  // classifier rows 1..lastRow
     for (uint32_t r = 1; r <= lastRow; ++r) qos_intDb_AddClsf(0x11, 1, r + 1);
   };
@@ -270,12 +270,12 @@ TEST_F(HostileTest, EveryOperationKeepsToItsRowsWhateverTheArguments) {
       C(qos_dbc_SetSfChannelActive(0x11, 255, 0), 0), C(qos_dbc_GetSfChannelBitmap(0x99, &u), -1),
       C(qos_dbc_ResetSfBitmaps(), 0, kDbc),
       // Counts that clients wrote beyond the lists' capacity read as the capacity.
-      P(poke(0, kNeg), qos_dbc_AddSfSidClusterMod(0x11, 1, 1, maps), -1),
-      P(poke(0, kNeg), qos_dbc_SetActions(), 0, kDbc),
-      P(poke(offsetof(QosDbcDb, activeCount), kNeg), qos_dbc_ActiveDbAddSid(0x11, 9, 1, 5), -1),
-      P(poke(offsetof(QosDbcDb, activeCount), kNeg), qos_dbc_RefreshBitmaps(), 0, kDbc),
-      P(poke(offsetof(QosDbcDb, bitmapCount), kNeg), qos_dbc_SetSfChannelActive(0x99, 1, 1), -1),
-      P(poke(offsetof(QosDbcDb, bitmapCount), kNeg), qos_dbc_GetSfChannelBitmap(0x99, &u), -1),
+      P(poke(&QosDbcDb::modCount), qos_dbc_AddSfSidClusterMod(0x11, 1, 1, maps), -1),
+      P(poke(&QosDbcDb::modCount), qos_dbc_SetActions(), 0, kDbc),
+      P(poke(&QosDbcDb::activeCount), qos_dbc_ActiveDbAddSid(0x11, 9, 1, 5), -1),
+      P(poke(&QosDbcDb::activeCount), qos_dbc_RefreshBitmaps(), 0, kDbc),
+      P(poke(&QosDbcDb::bitmapCount), qos_dbc_SetSfChannelActive(0x99, 1, 1), -1),
+      P(poke(&QosDbcDb::bitmapCount), qos_dbc_GetSfChannelBitmap(0x99, &u), -1),
   };
 
   for (const Case& c : cases) {

@@ -40,7 +40,9 @@ qos::SfRow& putFlow(int32_t i, uint32_t state, uint32_t sfId, int32_t ta, int32_
 }
 
 void putClsf(int32_t i, uint32_t status, uint32_t sfId, int32_t ta, uint16_t clsfId = 0) {
-  db().clsf[i] = {status, static_cast<uint8_t>(0x30 + i), 0, clsfId, static_cast<uint16_t>(0x40 + i), 0, sfId, ta};
+  qos::ClsfRow& r = db().clsf[i] = qos::ClsfRow{};
+  r.status = status, r.ref = static_cast<uint8_t>(0x30 + i), r.clsfId = clsfId, r.sfRef = static_cast<uint16_t>(0x40 + i);
+  r.sfId = sfId, r.taIndex = ta;
   db().stats.clsfDbMaxIndex = std::max(db().stats.clsfDbMaxIndex, i);
 }
 
@@ -56,7 +58,8 @@ bool isResetFlow(const qos::SfRow& r) {
   return r.state == 0 && r.sfId == 0 && r.taIndex == N && r.heldTaIndex == N && r.qosDbIndex == N;
 }
 bool isResetClsf(const qos::ClsfRow& r) {
-  const qos::ClsfRow empty{0, 0, 0, 0, 0, 0, 0, N};
+  qos::ClsfRow empty{};
+  empty.taIndex = N;
   return std::memcmp(&r, &empty, sizeof r) == 0;
 }
 
