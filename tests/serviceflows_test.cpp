@@ -140,11 +140,11 @@ TEST_F(ServiceFlows, TransactionMovesOfChangeDeleteAndPairs) {
 }
 
 TEST_F(ServiceFlows, NextActiveUpstreamFlowIgnoresTheState) {
-  sf(6).direction = QOS_DIR_UPSTREAM, sf(6).paramSetType = 5;  // row 6 is free
-  sf(1).paramSetType = QOS_PARAMSET_ACTIVE;                      // active but downstream
-  uint32_t next = 99;
-  EXPECT_EQ((V{qos_intDb_FindNextActiveSf(-1, &next), next, qos_intDb_FindNextActiveSf(6, &next),
-               qos_intDb_FindNextActiveSf(128, &next)}), (V{0, 6, -1, -1}));
+  for (int row : {6, 127}) sf(row).direction = QOS_DIR_UPSTREAM, sf(row).paramSetType = 5;  // free rows
+  sf(1).paramSetType = QOS_PARAMSET_ACTIVE;                                                 // active but downstream
+  uint32_t next = 99, last = 99;
+  EXPECT_EQ((V{qos_intDb_FindNextActiveSf(-1, &next), next, qos_intDb_FindNextActiveSf(6, &last), last,
+               qos_intDb_FindNextActiveSf(127, &next), qos_intDb_FindNextActiveSf(128, &next)}), (V{0, 6, 0, 127, -1, -1}));
   EXPECT_EQ(logs.texts(), (Strings{"func: qos_intDb_FindNextActiveSf, no next US active SF has been found ",
                                    "func: qos_intDb_FindNextActiveSf, no next US active SF (input SfDbIndex 128) "}));
 }
