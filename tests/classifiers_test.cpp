@@ -312,6 +312,8 @@ TEST_F(Phs, RefusalsAndTheInitiatorRule) {
   EXPECT_EQ(qos_intDb_AppendClsfId(0, 12, kCmtsTa), 0);
   EXPECT_EQ(clsfStr(1), "status=2 ref=0 id=0xc sfRef=0 sfId=0x100 ta=0");
   EXPECT_EQ(clsf(2).status, uint32_t{QOS_CLSF_EMPTY});
+  EXPECT_EQ(qos_intDb_AppendPhs_ClsfRef(0x100, 8, kCmtsTa), 0);  // an unknown reference: a placeholder too
+  EXPECT_EQ(clsfStr(2), "status=5 ref=8 id=0x0 sfRef=0 sfId=0x100 ta=0");
   EXPECT_TRUE(logs.records().empty());
 }
 
