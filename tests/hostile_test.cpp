@@ -224,17 +224,11 @@ TEST_F(HostileTest, EveryOperationKeepsToItsRowsWhateverTheArguments) {
 
       // Consistency check and SNMP walks
       C(qos_intDb_CheckCorrectness(), 0), C(qos_intDb_GetSnmpNextSid(kNeg, &u), -1),
-      C(qos_intDb_GetCmServiceTableAttr(0, 1, &u, &u, &u), -1),
-      C(qos_intDb_GetCmServiceTableAttr(5, 1, &u, &u, &u), -1),
-      C(qos_intDb_GetCmServiceTableAttr(1, 0, &u, &u, &u), -1),
-      C(qos_intDb_GetCmServiceTableAttr(1, 16384, &u, &u, &u), -1),
       C(qos_intDb_GetNextSfSidClusterTableIndex(kNeg, kNeg, kNeg, &u, &u, &u), -1),
 
       // Bonding change store: 38 modifications, 38 active entries, 64 bitmaps, ports 1..4
-      C(qos_dbc_DbReset(), 0, kDbc), C(qos_dbc_AddSfSidClusterMod(0x11, 1, 5, maps), -1),
-      C(qos_dbc_AddSfSidClusterMod(0x11, 1, 0, nullptr), 0, kDbc), C(qos_dbc_SetActions(), 0, kDbc),
-      C(qos_dbc_ActiveDbAddSid(0x11, 1, 0, 5), -1), C(qos_dbc_ActiveDbAddSid(0x11, 1, 5, 5), -1),
-      C(qos_dbc_ActiveDbAddSid(0x11, 1, kNeg, 5), -1), C(qos_dbc_RefreshBitmaps(), 0, kDbc),
+      C(qos_dbc_DbReset(), 0, kDbc), C(qos_dbc_AddSfSidClusterMod(0x11, 1, 0, nullptr), 0, kDbc),
+      C(qos_dbc_SetActions(), 0, kDbc), C(qos_dbc_RefreshBitmaps(), 0, kDbc),
       C(qos_dbc_UpdateSfSidClusterDb(), 0, kFlowFamily, kDbc), C(qos_dbc_SetSfChannelActive(0x11, 8, 1), 0),
       C(qos_dbc_SetSfChannelActive(0x11, 255, 0), 0), C(qos_dbc_GetSfChannelBitmap(0x99, &u), -1),
       C(qos_dbc_ResetSfBitmaps(), 0, kDbc),

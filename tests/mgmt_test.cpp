@@ -20,8 +20,9 @@ class Walks : public StoreTest {
   }
   void cluster(int row, uint32_t status, uint32_t sfId, uint8_t clusterId, const Ports& ports) {
     qos::SidClusterRow& r = db().sidClusters[row];
-    r = {status, sfId, clusterId, {}, {}};
-    for (std::size_t i = 0; i < ports.size(); ++i) r.channels[i] = {0, ports[i].first, 0, ports[i].second};
+    r = qos::SidClusterRow{};
+    r.status = status, r.sfId = sfId, r.clusterId = clusterId;
+    for (std::size_t i = 0; i < ports.size(); ++i) r.channels[i].ucid = ports[i].first, r.channels[i].sid = ports[i].second;
   }
   // Every index a walk visits from the all-zero index until get-next fails.
   template <typename Next>
@@ -76,7 +77,9 @@ TEST_F(Walks, SidClusterWalkListsChannelsOfClustersInUse) {
 
 TEST_F(Walks, CmServiceAttributes) {
   flow(0, QOS_SF_OPERATIONAL, 100, 11, 7), flow(1, QOS_SF_OPERATIONAL, 200, 22, 8), flow(2, QOS_SF_OPERATIONAL, 300, 33, 9);
-  db().activeSf[0] = {1, 200, 0}, db().activeSf[1] = {1, 100, 0}, db().activeSf[5] = {1, 400, 0};
+  for (auto [row, sfId] : std::vector<std::pair<int, uint32_t>>{{0, 200}, {1, 100}, {5, 400}}) {
+    db().activeSf[row].status = 1, db().activeSf[row].sfId = sfId;
+  }
   cluster(0, 1, 100, 1, {{1, 50}, {2, 51}});
   cluster(1, 0, 300, 1, {{1, 60}});
   cluster(2, 1, 400, 1, {{0, 0}, {0, 0}, {3, 70}});
