@@ -70,15 +70,19 @@ TEST_F(Messages, EveryBufferOperationStopsBelow1600Bytes) {
 
 TEST_F(Messages, TlvLayoutAndInPlaceAccess) {
   const uint8_t value[3] = {7, 8, 9};
+  kUpdate[kReq](4, value, 2);  // a new request starts the exchange over: first
   ASSERT_EQ(qos_intDb_MsgAddAckBufferTlv(4, 0x118, 3, value), 0);
   ASSERT_EQ(qos_intDb_MsgAddAckBufferTlv(4, 5, 0, nullptr), 0);
   const uint8_t expected[7] = {0x18, 3, 7, 8, 9, 5, 0};
   EXPECT_EQ(std::memcmp(buffer(4, kAck).data, expected, sizeof expected), 0);
   uint8_t* data = nullptr;
   uint32_t len = 0;
-  ASSERT_EQ(qos_intDb_MsgGetAckBuffer(4, &data, &len), 0);
-  EXPECT_EQ(data, buffer(4, kAck).data);
-  EXPECT_EQ(len, 7u);
+  int32_t (*const get[])(uint32_t, uint8_t**, uint32_t*) = {qos_intDb_MsgGetReqBuffer, qos_intDb_MsgGetRspBuffer,
+                                                            qos_intDb_MsgGetAckBuffer};
+  for (Buffer b : {kReq, kRsp, kAck}) {  // each buffer in place, with its length
+    EXPECT_EQ(get[b](4, &data, &len), 0);
+    EXPECT_EQ(std::make_pair(data, len), std::make_pair(&buffer(4, b).data[0], b == kReq ? 2u : b == kRsp ? 0u : 7u));
+  }
   EXPECT_EQ(qos_intDb_MsgGetAckBuffer(4, nullptr, &len) | qos_intDb_MsgGetAckBuffer(4, &data, nullptr), -1);
   EXPECT_EQ(qos_intDb_MsgGetMsgSendBuff(4, &data, &len), 0);
 }

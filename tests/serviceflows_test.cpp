@@ -234,6 +234,21 @@ TEST_F(ServiceFlows, AttributeExtras) {
   EXPECT_TRUE(logs.records().empty());
 }
 
+// The statistics getters of every table read their own field of the block.
+TEST_F(ServiceFlows, StatisticsGettersReadTheirFields) {
+  qos::QosIntDbStats& st = store().stats;
+  st.sfNumber = 11, st.sfDbMaxIndex = 12, st.clsfNumber = 13, st.clsfDbMaxIndex = 14, st.clsfMaxNum = 15;
+  st.clusterNumber = 16, st.clusterMaxNum = 17, st.clusterDbMaxIndex = 18, st.activeSfNumber = 19;
+  int32_t (*const getters[])(uint32_t*) = {qos_intDb_GetSfNumber, qos_intDb_GetSfDbMaxIndex, qos_intDb_GetClsfNumber,
+                                           qos_intDb_GetClsfDbMaxIndex, qos_intDb_GetClsfMaxNum, qos_intDb_GetClusterNumber,
+                                           qos_intDb_GetClusterMaxNum, qos_intDb_GetClusterDbMaxIndex,
+                                           qos_intDb_GetActiveSfNumber};
+  for (uint32_t i = 0; i < 9; ++i) {
+    uint32_t v = 0;
+    EXPECT_EQ((V{getters[i](&v), v, getters[i](nullptr)}), (V{0, 11 + i, -1})) << i;
+  }
+}
+
 TEST_F(ServiceFlows, DumpsOfOneRowAndOfTheTable) {
   ASSERT_EQ(qos_intDb_AddSf(0x1234, 5, 2), 0);
   ASSERT_EQ(qos_intDb_AddSfId(0xA, 1, 3), 0);

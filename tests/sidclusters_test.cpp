@@ -94,6 +94,11 @@ TEST_F(SidClusters, SwitchoverCriteriaLimitsAndCount) {
   ASSERT_EQ(qos_intDb_SetSfSidClusterParams(0x99, 1000, 2000, 30, 4), 0);
   ASSERT_EQ(qos_intDb_SetSfSidClusterParams(0x99, 1, 2, 3, 5), 0);  // rewrites its row
   EXPECT_EQ((V{store().switchover[0].maxRequests, store().switchover[1].sfId}), (V{5, 0}));
+  uint32_t bytes = 0, total = 0;
+  uint16_t time = 0;
+  uint8_t requests = 0;
+  EXPECT_EQ((V{qos_intDb_GetSfSidClusterParams(0x99, &bytes, &total, &time, &requests), bytes, total, time, requests,
+               qos_intDb_GetSfSidClusterParams(0x99, &bytes, &total, &time, nullptr)}), (V{0, 1, 2, 3, 5, -1}));
   EXPECT_EQ(qos_intDb_DeleteSfSidClusterParams(0x99), 0);
   EXPECT_EQ(qos_intDb_DeleteSfSidClusterParams(0x99), 0);  // unknown SFID: 0 too
   for (uint32_t i = 0; i < 64; ++i) ASSERT_EQ(qos_intDb_SetSfSidClusterParams(0x100 + i, 1, 1, 1, 1), 0);

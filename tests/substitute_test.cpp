@@ -6,12 +6,10 @@
 namespace qostest {
 namespace {
 
-// A row's status and SFID.
+// A row's status (a flow's state) and SFID.
 template <typename Row>
-void row(Row& r, uint32_t status, uint32_t sfId) {
-  std::memcpy(&r, &status, sizeof status);  // every row starts with its status word
-  r.sfId = sfId;
-}
+void row(Row& r, uint32_t status, uint32_t sfId) { r.status = status, r.sfId = sfId; }
+void row(qos::SfRow& r, uint32_t state, uint32_t sfId) { r.state = state, r.sfId = sfId; }
 // The region a snapshot holds, as rows.
 qos::QosIntDbRegion& rows(std::vector<uint8_t>& bytes) { return *reinterpret_cast<qos::QosIntDbRegion*>(bytes.data()); }
 
