@@ -1,31 +1,33 @@
 // active_test.cpp - the active upstream flow table (fill, release order,
 // adds and deletes) and the active PHS tables of both directions.
+#include <algorithm>
+
 #include "support/fixture.h"
 
 namespace qostest {
 namespace {
 
-constexpr std::size_t kStats = 16640, kActive = 21460, kPhsUs = 22228, kPhsDs = 22908;
 constexpr uint8_t kUs = QOS_DIR_UPSTREAM, kDs = QOS_DIR_DOWNSTREAM, kAct = QOS_PARAMSET_ACTIVE;
 using Row = std::vector<int64_t>;
 using Rc = std::vector<int32_t>;  // results, in call order
 
 // A flow row written in place; the scanned range grows to cover it.
 void putFlow(int row, uint32_t state, uint32_t sfId, uint16_t ref, uint8_t direction = kUs, uint8_t paramSet = kAct) {
-  std::size_t o = 80u * row;
-  put<uint32_t>(o, state), put<uint32_t>(o + 4, sfId), put<uint16_t>(o + 8, ref);
-  put<uint8_t>(o + 10, direction), put<uint8_t>(o + 24, paramSet);
-  if (row > at<int32_t>(kStats + 8)) put<int32_t>(kStats + 8, row);
+  qos::SfRow& r = store().sf[row];
+  r.state = state, r.sfId = sfId, r.ref = ref, r.direction = direction, r.paramSetType = paramSet;
+  store().stats.sfDbMaxIndex = std::max(store().stats.sfDbMaxIndex, row);
 }
+qos::QosIntDbStats& stats() { return store().stats; }
 // An active row as {status, sfId, releaseOrder}; the counts as {number, extra number, primary ref}.
 Row active(int i) {
-  return {at<uint32_t>(kActive + 12 * i), at<uint32_t>(kActive + 12 * i + 4), at<int32_t>(kActive + 12 * i + 8)};
+  const qos::ActiveSfRow& r = store().activeSf[i];
+  return {r.status, r.sfId, r.releaseOrder};
 }
-Row counts() { return {at<uint32_t>(kStats + 44), at<uint32_t>(kStats + 40), at<uint16_t>(kStats + 48)}; }
+Row counts() { return {stats().activeSfNumber, stats().activeSfExtraNumber, stats().usPrimarySfRef}; }
 // A PHS row as {status, sfId, clsfId, phsi, dsid}.
-Row phs(std::size_t table, int i) {
-  std::size_t o = table + 20 * i;
-  return {at<uint32_t>(o), at<uint32_t>(o + 4), at<uint32_t>(o + 8), at<uint8_t>(o + 12), at<uint32_t>(o + 16)};
+Row phs(uint8_t direction, int i) {
+  const qos::ActivePhsRow& r = (direction == QOS_DIR_UPSTREAM ? store().phsUs : store().phsDs)[i];
+  return {r.status, r.sfId, r.clsfId, r.phsi, r.dsid};
 }
 
 // The call answers -1, logs only `text` at level 1 and changes no byte.
@@ -78,7 +80,7 @@ TEST_F(ActiveSf, FillPutsThePrimaryFirstAndStopsAtThirtyTwo) {
   };
   for (const auto& c : cases) {
     ASSERT_EQ(qos_IntDb_Reset(), 0);
-    put<uint16_t>(kStats + 48, c.primaryBefore);
+    stats().usPrimarySfRef = c.primaryBefore;
     for (std::size_t i = 0; i < c.flows.size(); ++i) {
       const Flow& f = c.flows[i];
       putFlow(static_cast<int>(i), f.state, f.sfId, f.ref, f.dir, f.paramSet);
@@ -95,7 +97,7 @@ TEST_F(ActiveSf, FillPutsThePrimaryFirstAndStopsAtThirtyTwo) {
 
   ASSERT_EQ(qos_IntDb_Reset(), 0);
   putFlow(0, 1, 0xA, 1, kDs), putFlow(1, 1, 0xB, 0xFFFF), putFlow(2, 1, 0xC, 1);
-  put<int32_t>(kStats + 8, 1);  // row 2 lies beyond the scanned range
+  stats().sfDbMaxIndex = 1;  // row 2 lies beyond the scanned range
   refused(logs, fill, 0, "QOS: No active US Service Flow (cannot find Ref Id of primary SF)");
 }
 
@@ -103,7 +105,7 @@ TEST_F(ActiveSf, AddsTakeTheRowReleasedLongestAgo) {
   for (int i = 0; i < 32; ++i) putFlow(i, 1, 0x100 + i, static_cast<uint16_t>(i + 1));
   for (int i = 0; i < 6; ++i) putFlow(100 + i, QOS_SF_ADDING + i, 0xA0 + i, 0);  // any used state
   ASSERT_EQ(qos_intDb_FillActiveUsSfTable(), 0);
-  put<int32_t>(kActive + 12 * 9 + 8, 50);  // rows in use do not count, whatever they hold
+  store().activeSf[9].releaseOrder = 50;  // rows in use do not count, whatever they hold
   // Step: SFID to delete (or add, with the active row it must take); the
   // release orders of rows 1, 3 and 20 afterwards.
   struct Step { bool add; uint32_t sfId; int row; Row orders; } steps[] = {
@@ -127,9 +129,9 @@ TEST_F(ActiveSf, AddsTakeTheRowReleasedLongestAgo) {
 TEST_F(ActiveSf, RefusalsLookupsAndPrint) {
   putFlow(0, 1, 0xD0, 1, kDs), putFlow(1, 1, 0xD1, 1, kUs, 3), putFlow(2, 0, 0xD2, 1);
   putFlow(3, 1, 0xD3, 1), putFlow(5, 1, 0xD5, 1);
-  put<int32_t>(kStats + 8, 4);  // row 5 lies beyond the scanned range
+  stats().sfDbMaxIndex = 4;  // row 5 lies beyond the scanned range
   ASSERT_EQ(qos_intDb_AddActiveUsSfEntry(0xD3), 0);
-  put<uint32_t>(kActive + 12 * 32, 1), put<uint32_t>(kActive + 12 * 32 + 4, 0x999);  // a wild reserved row
+  store().activeSf[32].status = 1, store().activeSf[32].sfId = 0x999;  // a wild reserved row
   auto before = snapshot();
   uint32_t v = 7;
   for (uint32_t sfId : {0u, 0xD0u, 0xD1u, 0xD2u, 0xD5u}) EXPECT_EQ(qos_intDb_AddActiveUsSfEntry(sfId), -1);
@@ -144,7 +146,7 @@ TEST_F(ActiveSf, RefusalsLookupsAndPrint) {
   EXPECT_EQ(qos_intDb_SetActiveSfId(0, 0x1234ABCD), 0);
   EXPECT_EQ((Rc{qos_intDb_GetActiveSfIndexBySfid(0x1234ABCD, &v), qos_intDb_GetActiveSfId(v, &v)}), (Rc{0, 0}));
   EXPECT_EQ(v, 0x1234ABCDu);
-  put<uint32_t>(kActive + 12 * 32, 0);  // the wild row goes
+  store().activeSf[32].status = 0;  // the wild row goes
   ASSERT_EQ((Rc{qos_intDb_AddActiveUsSfEntry(0xD3), qos_intDb_DeleteActiveUsSfEntry(0x1234ABCD)}), (Rc{0, 0}));
   EXPECT_EQ(captureStdout([] { EXPECT_EQ(qos_intDb_PrintActiveSfDB(), 0); }),
             "\n   Active upstream Service Flow internal data base \n\n"
@@ -156,21 +158,21 @@ using ActivePhs = StoreTest;
 TEST_F(ActivePhs, EntriesPerDirection) {
   for (uint8_t dir : {kUs, kUs, kDs}) ASSERT_EQ(qos_intDb_AddActivePhsEntry(0x10, 0x12345, 3, dir), 0);
   for (uint32_t p = 4; p <= 34; ++p) ASSERT_EQ(addUsPhs(p), 0);
-  EXPECT_EQ(phs(kPhsUs, 0), (Row{1, 0x10, 0x12345, 3, 0}));
-  EXPECT_EQ(phs(kPhsDs, 0), (Row{1, 0x10, 0x12345, 3, 0}));
-  EXPECT_EQ(phs(kPhsUs, 31)[3], 34);
-  EXPECT_EQ(phs(kPhsDs, 1)[0], 0);
+  EXPECT_EQ(phs(kUs, 0), (Row{1, 0x10, 0x12345, 3, 0}));
+  EXPECT_EQ(phs(kDs, 0), (Row{1, 0x10, 0x12345, 3, 0}));
+  EXPECT_EQ(phs(kUs, 31)[3], 34);
+  EXPECT_EQ(phs(kDs, 1)[0], 0);
   refused(logs, addUsPhs, 35, "qos_intDb_AddActivePhsEntry(): PHS active DB is full. Cannot add new entry (PHSI=0x23)");
 
   EXPECT_EQ(info(1, kUs), (Row{0, 0x10, 0x2345, 4}));
   EXPECT_EQ(LOOKUP(qos_intDb_GetActivePhsIndexByClsf(0x10, 0x2345, kUs, &index)), (Row{-1, 0xFFFFFFFF}));
   ASSERT_EQ(qos_intDb_DeleteActivePhsEntry(0x10, 0x12345, 3, kUs), 0);
   ASSERT_EQ(qos_intDb_DeleteActivePhsEntryByIndex(2, kUs), 0);
-  EXPECT_EQ(phs(kPhsUs, 2), (Row{0, 0, 0, 0, 0}));
+  EXPECT_EQ(phs(kUs, 2), (Row{0, 0, 0, 0, 0}));
   EXPECT_EQ(LOOKUP(qos_intDb_GetActivePhsIndex(0x10, kUs, &index)), (Row{0, 1}));
   EXPECT_EQ(LOOKUP(qos_intDb_GetActivePhsIndexByClsf(0x10, 0x12345, kDs, &index)), (Row{0, 0}));
   ASSERT_EQ((Rc{qos_intDb_AddActivePhsEntry(0x20, 1, 1, kUs), qos_intDb_AddActivePhsEntry(0x21, 1, 1, kUs)}), (Rc{0, 0}));
-  EXPECT_EQ((Row{phs(kPhsUs, 0)[1], phs(kPhsUs, 2)[1]}), (Row{0x20, 0x21}));
+  EXPECT_EQ((Row{phs(kUs, 0)[1], phs(kUs, 2)[1]}), (Row{0x20, 0x21}));
   EXPECT_TRUE(logs.records().empty());
 }
 
@@ -178,8 +180,8 @@ TEST_F(ActivePhs, DsidEntries) {
   ASSERT_EQ(qos_intDb_AddActivePhsEntry(0x10, 2, 255, kDs), 0);
   for (uint32_t dsid = 0xABCDE; dsid < 0xABCDE + 31; ++dsid) ASSERT_EQ(addDsid(dsid), 0);
   ASSERT_EQ(addDsid(0xABCDE), 0);
-  EXPECT_EQ(phs(kPhsDs, 1), (Row{1, 0xFFFFFFFF, 0xFFFFFFFF, 255, 0xABCDE}));
-  EXPECT_EQ(phs(kPhsUs, 0)[0], 0);
+  EXPECT_EQ(phs(kDs, 1), (Row{1, 0xFFFFFFFF, 0xFFFFFFFF, 255, 0xABCDE}));
+  EXPECT_EQ(phs(kUs, 0)[0], 0);
   refused(logs, addDsid, 0x40,
           "qos_intDb_AddActivePhsEntryByDsid: PHS active DB is full. Cannot add new entry (DSID = 0x40)");
 
@@ -190,7 +192,7 @@ TEST_F(ActivePhs, DsidEntries) {
   EXPECT_EQ(info(0, kDs), (Row{0, 0xFFFFFFFF, 2, 255}));
   // Retargeting a free row writes it and leaves it free.
   ASSERT_EQ(qos_intDb_SetActivePhsSfid(31, kUs, 0x31), 0);
-  EXPECT_EQ(phs(kPhsUs, 31), (Row{0, 0x31, 0, 0, 0}));
+  EXPECT_EQ(phs(kUs, 31), (Row{0, 0x31, 0, 0, 0}));
   EXPECT_EQ(info(31, kUs)[0], -1);
   EXPECT_TRUE(logs.records().empty());
 }

@@ -1,12 +1,12 @@
 // check_test.cpp - the registration consistency check: every limit at its
 // value and one above, the order of the checks, the 16-bit totals, and
 // that the check writes nothing.
+#include <algorithm>
+
 #include "support/fixture.h"
 
 namespace qostest {
 namespace {
-
-constexpr std::size_t kStats = 16640;
 
 struct Flow {
   uint32_t state = QOS_SF_OPERATIONAL;
@@ -20,25 +20,29 @@ struct Flow {
 // n flow rows from `first` on; the scanned range grows to cover them.
 void flows(int first, int n, const Flow& f) {
   for (int row = first; row < first + n; ++row) {
-    std::size_t o = 80u * row;
-    put<uint32_t>(o, f.state), put<uint32_t>(o + 4, f.sfId), put<uint16_t>(o + 8, f.ref);
-    put<uint8_t>(o + 10, f.direction), put<uint16_t>(o + 16, f.sid), put<uint8_t>(o + 24, f.paramSet);
-    put<int8_t>(o + 48, f.clusters), put<uint32_t>(o + 52, f.classifiers), put<uint32_t>(o + 56, f.phsRules);
-    if (row > at<int32_t>(kStats + 8)) put<int32_t>(kStats + 8, row);
+    qos::SfRow& r = store().sf[row];
+    r.state = f.state, r.sfId = f.sfId, r.ref = f.ref, r.direction = f.direction, r.sid = f.sid;
+    r.paramSetType = f.paramSet, r.sidClusterCounter = f.clusters, r.clsfCounter = f.classifiers, r.phsCounter = f.phsRules;
+    store().stats.sfDbMaxIndex = std::max(store().stats.sfDbMaxIndex, row);
   }
 }
 void clsf(int row, uint32_t status, uint8_t ref, uint16_t clsfId) {
-  std::size_t o = 10240u + 20u * row;
-  put<uint32_t>(o, status), put<uint8_t>(o + 4, ref), put<uint16_t>(o + 6, clsfId);
-  if (row > at<int32_t>(kStats + 16)) put<int32_t>(kStats + 16, row);
+  store().clsf[row].status = status, store().clsf[row].ref = ref, store().clsf[row].clsfId = clsfId;
+  store().stats.clsfDbMaxIndex = std::max(store().stats.clsfDbMaxIndex, row);
 }
-void limit(int32_t clsfMaxNum) { put<int32_t>(kStats + 20, clsfMaxNum); }
+void limit(int32_t clsfMaxNum) { store().stats.clsfMaxNum = clsfMaxNum; }
+void sfRange(int32_t last) { store().stats.sfDbMaxIndex = last; }
+void clusterLimit(uint32_t n) { store().stats.clusterMaxNum = n; }
 
 Flow ds(uint32_t classifiers = 0, uint32_t phsRules = 0) {
-  return {QOS_SF_OPERATIONAL, QOS_DIR_DOWNSTREAM, 0, 0, 0, classifiers, phsRules};
+  Flow f;
+  f.classifiers = classifiers, f.phsRules = phsRules;
+  return f;
 }
 Flow us(uint8_t paramSet, uint16_t sid, int8_t clusters = 0, uint32_t classifiers = 0) {
-  return {QOS_SF_OPERATIONAL, QOS_DIR_UPSTREAM, paramSet, sid, clusters, classifiers};
+  Flow f;
+  f.direction = QOS_DIR_UPSTREAM, f.paramSet = paramSet, f.sid = sid, f.clusters = clusters, f.classifiers = classifiers;
+  return f;
 }
 Flow state(Flow f, uint32_t state, uint32_t sfId = 0, uint16_t ref = 0) {
   f.state = state, f.sfId = sfId, f.ref = ref;
@@ -64,11 +68,11 @@ TEST_F(Check, LimitsAndTheirOrder) {
       {"64 operational flows", [] { flows(0, 64, ds()); }, 0, {}},
       {"65 operational flows", [] { flows(0, 65, ds()); }, -1, {kTooManyFlows}},
       {"65 flows, one adding", [] { flows(0, 65, ds()), flows(30, 1, state(ds(), QOS_SF_ADDING)); }, 0, {}},
-      {"65th flow beyond the range", [] { flows(0, 65, ds()), put<int32_t>(kStats + 8, 63); }, 0, {}},
+      {"65th flow beyond the range", [] { flows(0, 65, ds()), sfRange(63); }, 0, {}},
       // Unknown classifiers and flows, in the order they are looked for.
       {"two classifier placeholders", [] { clsf(2, 1, 1, 1), clsf(3, 5, 7, 300), clsf(5, 5, 8, 9); }, -1,
        {"PHS refers to unknown Classifier (Ref 7, Id 300)"}},
-      {"placeholder beyond the range", [] { clsf(5, 5, 8, 9), put<int32_t>(kStats + 16, 4); }, 0, {}},
+      {"placeholder beyond the range", [] { clsf(5, 5, 8, 9), store().stats.clsfDbMaxIndex = 4; }, 0, {}},
       {"flow count first", [] { flows(0, 65, ds()), clsf(0, 5, 1, 2); }, -1, {kTooManyFlows}},
       {"placeholder before unknown flow", [] { flows(0, 1, state(ds(), 7)), clsf(4, 5, 1, 2); }, -1,
        {"PHS refers to unknown Classifier (Ref 1, Id 2)"}},
@@ -83,7 +87,7 @@ TEST_F(Check, LimitsAndTheirOrder) {
       {"39 clusters", [] { flows(0, 12, us(kAct, 0, 3)), flows(12, 3, us(kAct, 9)); }, -1, {kTooManyClusters}},
       {"admitted flows", [] { flows(0, 13, us(kAct, 0, 3)), flows(13, 5, us(kAdm, 9)); }, -1, {kTooManyClusters}},
       {"signed cluster counter", [] { flows(0, 13, us(kAct, 0, 3)), flows(13, 1, us(kAct, 9, -1)); }, 0, {}},
-      {"cluster limit as set", [] { put<uint32_t>(kStats + 28, 2), flows(0, 3, us(kAct, 9)); }, -1,
+      {"cluster limit as set", [] { clusterLimit(2), flows(0, 3, us(kAct, 9)); }, -1,
        {"Number of SID Clusters 3 is more then FW limitation - 2"}},
       // Classifier space: a warning only; totals wrap at 65536.
       {"160 classifiers", [] { flows(0, 2, ds(80)); }, 0, {}},
@@ -109,7 +113,7 @@ TEST_F(Check, LimitsAndTheirOrder) {
       {"PHS total wraps", [] { flows(0, 1, ds(0, 65536 + 97)); }, -1, {kTooManyPhs97}},
       // Active upstream flows, in any state; checked before the clusters.
       {"32 active upstream flows", [] { flows(0, 32, us(kAct, 1)); }, 0, {}},
-      {"33, clusters over too", [] { put<uint32_t>(kStats + 28, 1), flows(0, 33, state(us(kAct, 1), 6)); }, -1,
+      {"33, clusters over too", [] { clusterLimit(1), flows(0, 33, state(us(kAct, 1), 6)); }, -1,
        {"Number of US active service flows 33 is more then FW limitation - 32"}},
   };
   for (const auto& c : cases) {

@@ -13,9 +13,9 @@
 namespace qostest {
 namespace {
 
-qos::SfRow& sf(int i) { return reinterpret_cast<qos::SfRow*>(region())[i]; }
-qos::ClsfRow& clsf(int i) { return reinterpret_cast<qos::ClsfRow*>(region() + 10240)[i]; }
-qos::QosIntDbStats& stats() { return *reinterpret_cast<qos::QosIntDbStats*>(region() + 16640); }
+qos::SfRow& sf(int i) { return store().sf[i]; }
+qos::ClsfRow& clsf(int i) { return store().clsf[i]; }
+qos::QosIntDbStats& stats() { return store().stats; }
 
 // The fields the classifier operations touch, as one line.
 std::string clsfStr(int i) {
@@ -24,6 +24,10 @@ std::string clsfStr(int i) {
   std::snprintf(b, sizeof b, "status=%u ref=%u id=0x%x sfRef=%u sfId=0x%x ta=%d", r.status, r.ref, r.clsfId, r.sfRef,
                 r.sfId, r.taIndex);
   return b;
+}
+void putClsf(int i, uint32_t status, uint8_t ref, uint16_t clsfId, uint16_t sfRef, uint32_t sfId, int32_t taIndex) {
+  qos::ClsfRow& r = clsf(i) = qos::ClsfRow{};
+  r.status = status, r.ref = ref, r.clsfId = clsfId, r.sfRef = sfRef, r.sfId = sfId, r.taIndex = taIndex;
 }
 std::string sfStr(int i) {
   const qos::SfRow& r = sf(i);
@@ -127,7 +131,7 @@ TEST_F(Classifiers, FullTablesRefuseWithTheirMessagesAndWriteNoRow) {
       sf(i) = qos::SfRow{};
       sf(i).state = QOS_SF_OPERATIONAL, sf(i).sfId = 0x1000u + i, sf(i).ref = static_cast<uint16_t>(1000 + i);
     }
-    for (int i = 0; !c.flowsFull && i < 320; ++i) clsf(i) = {QOS_CLSF_OPERATIONAL, 200, 0, 0, 0, 0, 0x9999, -1};
+    for (int i = 0; !c.flowsFull && i < 320; ++i) putClsf(i, QOS_CLSF_OPERATIONAL, 200, 0, 0, 0x9999, -1);
     stats().sfDbMaxIndex = c.flowsFull ? 127 : 0;
     stats().clsfDbMaxIndex = c.flowsFull ? 0 : 319;
     auto before = snapshot();
@@ -144,29 +148,18 @@ TEST_F(Classifiers, FullTablesRefuseWithTheirMessagesAndWriteNoRow) {
 }
 
 // The DSC operations mark at once, keep the counters at once and leave the
-// flow changing even when the append fails afterwards. Bad flow, classifier
-// or transaction indexes (-1 passed as unsigned among them) refuse silently.
+// flow changing even when the append fails afterwards. Bad indexes: hostile_test.
 TEST_F(Classifiers, DscOperationsMarkAndCountAtOnce) {
   ASSERT_EQ((V{qos_intDb_AddSf(0x100, 3, QOS_DIR_UPSTREAM), qos_intDb_AddClsf(0x100, 3, 7), qos_intDb_SetClsfId(0, 9),
                qos_intDb_SetClsfSfid(0, 0x100)}), V(4, 0));
-  const auto before = snapshot();
-  const uint32_t bad[][3] = {{128, 0, 0}, {~0u, 0, 0}, {0, 0, 11}, {0, 0, ~0u}, {0, 320, 0}, {0, ~0u, 0}};
-  for (const auto& c : bad) {  // the appends take no classifier index
-    const int32_t ta = static_cast<int32_t>(c[2]);
-    EXPECT_EQ((V{qos_intDb_ChangeClassifier(c[0], c[1], ta), qos_intDb_DeleteClassifier(c[0], c[1], ta),
-                 c[1] ? -1 : qos_intDb_AppendClsfRef(c[0], 8, ta), c[1] ? -1 : qos_intDb_AppendClsfId(c[0], 8, ta)}),
-              (V{-1, -1, -1, -1}));
-  }
-  EXPECT_EQ(changedOffsets(before, snapshot()), std::vector<std::size_t>{});
   EXPECT_EQ((V{qos_intDb_AppendClsfRef(0, 8, 2), qos_intDb_AppendClsfId(0, 12, 2)}), (V{0, 0}));
   EXPECT_EQ(clsfStr(1), "status=2 ref=8 id=0x0 sfRef=0 sfId=0x100 ta=2");
   EXPECT_EQ(clsfStr(2), "status=2 ref=0 id=0xc sfRef=0 sfId=0x100 ta=2");
   EXPECT_EQ(sfStr(0), "state=3 sfId=0x100 ref=3 ta=2 clsf=3 app=2 del=0 phs=0");
-  // Transaction index 10 passes the check.
-  EXPECT_EQ((V{qos_intDb_ChangeClassifier(0, 0, 10), qos_intDb_DeleteClassifier(0, 1, 10)}), (V{0, 0}));
-  EXPECT_EQ(clsfStr(0), "status=3 ref=7 id=0x9 sfRef=3 sfId=0x100 ta=10");
-  EXPECT_EQ(clsfStr(1), "status=4 ref=8 id=0x0 sfRef=0 sfId=0x100 ta=10");
-  EXPECT_EQ(sfStr(0), "state=3 sfId=0x100 ref=3 ta=10 clsf=2 app=2 del=1 phs=0");
+  EXPECT_EQ((V{qos_intDb_ChangeClassifier(0, 0, 3), qos_intDb_DeleteClassifier(0, 1, 3)}), (V{0, 0}));
+  EXPECT_EQ(clsfStr(0), "status=3 ref=7 id=0x9 sfRef=3 sfId=0x100 ta=3");
+  EXPECT_EQ(clsfStr(1), "status=4 ref=8 id=0x0 sfRef=0 sfId=0x100 ta=3");
+  EXPECT_EQ(sfStr(0), "state=3 sfId=0x100 ref=3 ta=3 clsf=2 app=2 del=1 phs=0");
   // An identifier add takes over whatever row holds it.
   EXPECT_EQ(qos_intDb_AddClsfId(0x100, 9, 1), 0);
   EXPECT_EQ(clsfStr(0), "status=2 ref=7 id=0x9 sfRef=3 sfId=0x100 ta=1");
@@ -184,11 +177,11 @@ template <typename T>
 int64_t found(int32_t rc, const T& out) { return rc == 0 ? static_cast<int64_t>(out) : -1; }
 
 TEST_F(Classifiers, LookupsSeeOrSkipPlaceholdersAndStopAtTheMaximumIndex) {
-  clsf(0) = {QOS_CLSF_PHS_PLACEHOLDER, 7, 0, 9, 0, 0, 0x100, 2};
-  clsf(1) = {QOS_CLSF_OPERATIONAL, 7, 0, 0, 3, 0, 0x100, -1};
-  clsf(2) = {QOS_CLSF_DELETING, 8, 0, 11, 0, 0, 0x200, 3};
-  clsf(4) = {QOS_CLSF_OPERATIONAL, 9, 0, 12, 0, 0, 0x100, -1};
-  clsf(5) = {QOS_CLSF_OPERATIONAL, 9, 0, 13, 0, 0, 0x100, -1};  // above the maximum index
+  putClsf(0, QOS_CLSF_PHS_PLACEHOLDER, 7, 9, 0, 0x100, 2);
+  putClsf(1, QOS_CLSF_OPERATIONAL, 7, 0, 3, 0x100, -1);
+  putClsf(2, QOS_CLSF_DELETING, 8, 11, 0, 0x200, 3);
+  putClsf(4, QOS_CLSF_OPERATIONAL, 9, 12, 0, 0x100, -1);
+  putClsf(5, QOS_CLSF_OPERATIONAL, 9, 13, 0, 0x100, -1);  // above the maximum index
   stats().clsfDbMaxIndex = 4;
   uint32_t i = 99;
   uint16_t id = 99;
@@ -212,8 +205,8 @@ TEST_F(Classifiers, LookupsSeeOrSkipPlaceholdersAndStopAtTheMaximumIndex) {
 }
 
 TEST_F(Classifiers, PrintShowsUsedRows) {
-  clsf(0) = {QOS_CLSF_PHS_PLACEHOLDER, 7, 0, 0x1a, 3, 0, 0x100, 2};
-  clsf(2) = {QOS_CLSF_OPERATIONAL, 12, 0, 0xbeef, 300, 0, 0x12345678, -1};
+  putClsf(0, QOS_CLSF_PHS_PLACEHOLDER, 7, 0x1a, 3, 0x100, 2);
+  putClsf(2, QOS_CLSF_OPERATIONAL, 12, 0xbeef, 300, 0x12345678, -1);
   stats().clsfDbMaxIndex = 2;
   const std::string row0 = "Clsf DB Idx=0    ClsfID=0x1a     Ref=7    SFID=0x100        SF Ref=3   Status=5  TaIndex=2 \n";
   const std::string row2 = "Clsf DB Idx=2    ClsfID=0xbeef   Ref=12   SFID=0x12345678   SF Ref=300  Status=1  TaIndex=-1 \n";
@@ -319,6 +312,8 @@ TEST_F(Phs, RefusalsAndTheInitiatorRule) {
   EXPECT_EQ(qos_intDb_AppendClsfId(0, 12, kCmtsTa), 0);
   EXPECT_EQ(clsfStr(1), "status=2 ref=0 id=0xc sfRef=0 sfId=0x100 ta=0");
   EXPECT_EQ(clsf(2).status, uint32_t{QOS_CLSF_EMPTY});
+  EXPECT_EQ(qos_intDb_AppendPhs_ClsfRef(0x100, 8, kCmtsTa), 0);  // an unknown reference: a placeholder too
+  EXPECT_EQ(clsfStr(2), "status=5 ref=8 id=0x0 sfRef=0 sfId=0x100 ta=0");
   EXPECT_TRUE(logs.records().empty());
 }
 

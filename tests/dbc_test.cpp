@@ -7,23 +7,13 @@ namespace {
 
 using Ports = std::vector<std::pair<uint8_t, uint16_t>>;  // (UCID, SID) of ports 1..4
 using Vals = std::vector<uint32_t>;
-constexpr std::size_t kStore = 79796, kMod = kStore + 4, kActive = kStore + 3048, kBitmap = kStore + 4724;
 
 SidChannelMapping map(uint32_t action, uint8_t ucid, uint16_t sid = 0) { return {action, ucid, 0, sid}; }
-
-// Fields of the region as (offset, width in bytes).
-Vals fields(std::initializer_list<std::pair<std::size_t, int>> list) {
-  Vals out;
-  for (auto [off, width] : list) {
-    out.push_back(width == 1 ? at<uint8_t>(off) : width == 2 ? at<uint16_t>(off) : at<uint32_t>(off));
-  }
-  return out;
-}
 
 class Dbc : public StoreTest {
  protected:
   void SetUp() override { StoreTest::SetUp(); for (uint8_t p = 1; p <= 4; ++p) qos_host_docsis_set_port_ucid(p, p); }
-  void active(int row, uint32_t sfId) { put<uint32_t>(21460 + 12 * row, 1), put<uint32_t>(21460 + 12 * row + 4, sfId); }
+  void active(int row, uint32_t sfId) { store().activeSf[row].status = 1, store().activeSf[row].sfId = sfId; }
   void cluster(uint32_t sfId, uint8_t clusterId, const Ports& ports) {
     SidChannelMapping m[4] = {};
     for (std::size_t i = 0; i < ports.size(); ++i) m[i] = map(0, ports[i].first, ports[i].second);
@@ -67,22 +57,27 @@ TEST_F(Dbc, ModificationsBecomeWrittenClusters) {
                               "Could not find ClusterId 5 of SF 200"}));
   EXPECT_EQ(std::vector<int>({logs.records()[0].level, logs.records()[1].level, logs.records()[2].level}),
             std::vector<int>({QOS_LOG_NOTICE, QOS_LOG_ERROR, QOS_LOG_NOTICE}));
-  EXPECT_EQ(fields({{kStore, 4}, {kMod, 4}, {kMod + 4, 4}, {kMod + 8, 1}, {kMod + 9, 1}, {kMod + 16, 2}, {kMod + 18, 1},
-                    {kMod + 44, 1}, {kMod + 52, 2}, {kMod + 54, 1}, {kMod + 160, 4}}),
+  const QosDbcDb& d = *dbcTaDb;
+  const QosDbcModEntry& m = d.modDb[0];
+  EXPECT_EQ((Vals{d.modCount, uint32_t(m.activeIndex), m.sfId, m.clusterId, m.addCount, m.addMaps[0].sid, m.addMaps[0].ucid,
+                  m.deleteCount, m.deleteMaps[0].sid, m.deleteMaps[0].ucid, uint32_t(d.modDb[2].activeIndex)}),
             (Vals{4, 0, 100, 1, 1, 13, 3, 1, 12, 2, 0xFFFFFFFF}));
-  EXPECT_EQ(fields({{kStore + 3044, 4}, {kActive, 4}, {kActive + 4, 4}, {kActive + 8, 4}, {kActive + 12, 1},
-                    {kActive + 14, 2}, {kActive + 16, 2}, {kActive + 18, 2}, {kActive + 24, 4}, {kActive + 28, 4},
-                    {kActive + 32, 4}, {kActive + 40, 4}, {kActive + 44, 4}, {kActive + 48, 4}, {kActive + 84, 4}}),
+  const QosDbcActiveEntry &a = d.activeDb[0], &b = d.activeDb[1];
+  EXPECT_EQ((Vals{d.activeCount, a.activeSfIndex, a.modIndex, a.sfId, a.clusterId, a.sid[0], a.sid[1], a.sid[2],
+                  a.portState[0], a.portState[1], a.portState[2], a.clusterAction, b.activeSfIndex, b.modIndex,
+                  b.clusterAction}),
             (Vals{2, 1, 0, 100, 1, 11, 12, 0, 2, 2, 0, 2, 0, 1, 2}));
-  EXPECT_EQ(fields({{kStore + 4720, 4}, {kBitmap, 4}, {kBitmap + 4, 1}, {kBitmap + 8, 4}, {kBitmap + 12, 1}}),
+  EXPECT_EQ((Vals{d.bitmapCount, d.sfBitmaps[0].sfId, d.sfBitmaps[0].channelBitmap, d.sfBitmaps[1].sfId,
+                  d.sfBitmaps[1].channelBitmap}),
             (Vals{2, 100, 3, 200, 1}));
 
   dbcTaDb->activeDb[0].portState[1] = 0;  // the client drops port 2 of (100, 1)
   dbcTaDb->activeDb[1].clusterAction = QOS_DBC_CLIENT_DELETE;
   EXPECT_EQ(qos_dbc_ActiveDbAddSid(100, 1, 3, 13), 0);
   EXPECT_EQ(qos_dbc_ActiveDbAddSid(300, 1, 2, 31), 0);  // flow 300 is not active
-  EXPECT_EQ(fields({{kStore + 3044, 4}, {kMod + 160, 4}, {kActive + 88, 4}, {kActive + 92, 4}, {kActive + 104, 2},
-                    {kActive + 116, 4}, {kActive + 128, 4}}),
+  const QosDbcActiveEntry& c = d.activeDb[2];
+  EXPECT_EQ((Vals{d.activeCount, uint32_t(d.modDb[2].activeIndex), c.activeSfIndex, c.modIndex, c.sid[1], c.portState[1],
+                  c.clusterAction}),
             (Vals{3, 2, 0xFFFFFFFF, 2, 31, 2, QOS_DBC_CREATED}));
   EXPECT_EQ(qos_dbc_RefreshBitmaps(), 0);
   uint32_t bitmap = 0;
@@ -140,14 +135,15 @@ TEST_F(Dbc, FullListsBadPortsAndWildCountsAreRefused) {
   }
   EXPECT_EQ(qos_dbc_ActiveDbAddSid(5, 1, 4, 9), 0);
   EXPECT_EQ(qos_dbc_ActiveDbAddSid(5, 1, 4, 10), 0);  // same entry, second SID
-  EXPECT_EQ(fields({{kStore + 3044, 4}, {kActive, 4}, {kActive + 20, 2}}), (Vals{1, 0xFFFFFFFF, 10}));
+  EXPECT_EQ((Vals{dbcTaDb->activeCount, dbcTaDb->activeDb[0].activeSfIndex, dbcTaDb->activeDb[0].sid[3]}),
+            (Vals{1, 0xFFFFFFFF, 10}));
   uint32_t bitmap = 7;
   EXPECT_EQ(qos_dbc_SetSfChannelActive(5, 8, 1), 0);  // channel 8 sets no bit but makes the entry
   EXPECT_EQ(qos_dbc_GetSfChannelBitmap(5, &bitmap), 0);
   EXPECT_EQ(bitmap, 0u);
 
   // Counts a client wrote beyond their lists read as full lists.
-  put<uint32_t>(kStore, 1000), put<uint32_t>(kStore + 3044, 0xFFFFFFFF), put<uint32_t>(kStore + 4720, 500);
+  dbcTaDb->modCount = 1000, dbcTaDb->activeCount = 0xFFFFFFFF, dbcTaDb->bitmapCount = 500;
   refused([&] { return mod(2, 1, {}); }, 1, "ModDb is full (38 entries), cannot add SF 2, Cluster 1");
   refused([] { return qos_dbc_ActiveDbAddSid(6, 1, 1, 9); }, 1, "ActiveDb is full (38 entries), cannot add SF 6, Cluster 1");
   refused([] { return qos_dbc_SetSfChannelActive(66, 0, 1); }, 1, "SF bitmap list is full (64 entries), cannot add SF 66");

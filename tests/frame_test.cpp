@@ -2,6 +2,8 @@
 // process, reset and a second creation. The lock itself: lock_test.
 #include <sys/sem.h>
 
+#include <tuple>
+
 #include "support/fixture.h"
 
 namespace qostest {
@@ -12,23 +14,15 @@ using Frame = StoreTest;
 // Every byte of a freshly created region is zero except the reset values.
 TEST_F(Frame, InitLeavesOnlyTheResetValues) {
   std::vector<uint8_t> expected(QOS_REGION_SIZE, 0);
-  auto set32 = [&](std::size_t off, int32_t v) { std::memcpy(&expected[off], &v, 4); };
-  for (int i = 0; i < 128; ++i) {
-    set32(80 * i + 28, -1);  // taIndex
-    set32(80 * i + 32, -1);  // heldTaIndex
-  }
-  for (int i = 0; i < 320; ++i) set32(10240 + 20 * i + 16, -1);  // classifier taIndex
-  set32(16640 + 20, 160);                                      // clsfMaxNum
-  set32(16640 + 28, 38);                                       // clusterMaxNum
-  for (int i = 0; i < 64; ++i) set32(21460 + 12 * i + 8, 1);   // active releaseOrder
-  for (int i = 0; i < 10; ++i) set32(23588 + 24 * i + 4, 253);  // errorCode
-  set32(23588 + 24 * 10, 10);                                  // record 10 confCode
-  for (int i = 0; i < 10; ++i) {
-    set32(76784 + 300 * i + 8, 2);    // type
-    set32(76784 + 300 * i + 28, -1);  // reserved
-    set32(76784 + 300 * i + 32, -1);  // reserved
-  }
-  set32(79784, 3);  // retryLimit
+  auto& want = *reinterpret_cast<qos::QosIntDbRegion*>(expected.data());
+  for (auto& r : want.sf) r.taIndex = r.heldTaIndex = -1;
+  for (auto& r : want.clsf) r.taIndex = -1;
+  want.stats.clsfMaxNum = 160, want.stats.clusterMaxNum = 38;
+  for (auto& r : want.activeSf) r.releaseOrder = 1;
+  for (int i = 0; i < 10; ++i) want.msgErrors[i].errorCode = 253;
+  want.msgErrors[10].confCode = 10;
+  for (auto& r : want.ta) r.type = QOS_TA_DSD, r.reserved28 = r.reserved32 = -1;
+  want.taControl.retryLimit = 3;
   std::vector<uint8_t> actual = snapshot();
   EXPECT_EQ(changedOffsets(expected, actual), std::vector<std::size_t>{});
   EXPECT_TRUE(logs.records().empty());
@@ -54,25 +48,18 @@ TEST_F(Frame, ResetKeepsIdsAndTheBondingStoreInitAgainDoesNot) {
   qos_TaDb_AddNewTa(0, QOS_TA_DSA, 0, 0, nullptr, &row);
   const uint8_t bytes[3] = {1, 2, 3};
   qos_intDb_MsgUpdateReqBuffer(row, bytes, 3);
-  put<uint32_t>(79796, 5);      // bonding change store: modCount
-  put<int32_t>(16640 + 8, 17);  // sfDbMaxIndex
-  put<uint32_t>(80 * 17, 1);    // a used flow row
+  qos::QosIntDbRegion& db = store();
+  db.dbc.modCount = 5, db.stats.sfDbMaxIndex = 17, db.sf[17].state = QOS_SF_OPERATIONAL;
   ASSERT_EQ(qos_IntDb_Reset(), 0);
-  EXPECT_EQ(at<uint32_t>(76784), 0u);         // transaction row free
-  EXPECT_EQ(at<uint16_t>(79784 + 8), 1u);     // generated IDs go on
-  EXPECT_EQ(at<uint32_t>(23852 + 1600), 0u);  // request emptied
-  EXPECT_EQ(at<uint8_t>(23852), 0u);
-  EXPECT_EQ(at<uint32_t>(80 * 17), 0u);
-  EXPECT_EQ(at<int32_t>(16640 + 8), 0);
-  EXPECT_EQ(at<uint32_t>(79796), 5u);
+  EXPECT_EQ(std::make_tuple(db.ta[0].rowStatus, db.taControl.lastCmTaId, db.msgs[0].req.length, db.msgs[0].req.data[0]),
+            std::make_tuple(0u, uint16_t{1}, 0u, uint8_t{0}));  // generated IDs go on, the request is emptied
+  EXPECT_EQ(std::make_tuple(db.sf[17].state, db.stats.sfDbMaxIndex, db.dbc.modCount), std::make_tuple(0u, 0, 5u));
   EXPECT_EQ(semctl(semget(QOS_SEM_KEY, 1, 0), 0, GETVAL), 1);
 
   qos_TaDb_AddNewTa(0, QOS_TA_DSA, 0, 0, nullptr, &row);
   ASSERT_EQ(qos_IntDb_Init(), 0);
-  EXPECT_EQ(at<uint16_t>(79784 + 8), 0u);
-  EXPECT_EQ(at<uint32_t>(79796), 0u);
-  EXPECT_EQ(at<uint32_t>(76784), 0u);
-  EXPECT_EQ(dbcTaDb, reinterpret_cast<QosDbcDb*>(region() + 79796));
+  EXPECT_EQ(std::make_tuple(db.taControl.lastCmTaId, db.dbc.modCount, db.ta[0].rowStatus), std::make_tuple(uint16_t{0}, 0u, 0u));
+  EXPECT_EQ(dbcTaDb, &store().dbc);
 }
 
 }  // namespace

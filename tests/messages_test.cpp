@@ -8,8 +8,6 @@
 namespace qostest {
 namespace {
 
-constexpr std::size_t kErrBase = 23588;
-
 enum Buffer { kReq, kRsp, kAck };
 int32_t (*const kTlv[])(uint32_t, uint32_t, uint32_t, const uint8_t*) = {
     qos_intDb_MsgAddReqBufferTlv, qos_intDb_MsgAddRspBufferTlv, qos_intDb_MsgAddAckBufferTlv};
@@ -18,14 +16,14 @@ int32_t (*const kField[])(uint32_t, uint32_t, const uint8_t*) = {
 int32_t (*const kUpdate[])(uint32_t, const uint8_t*, uint32_t) = {
     qos_intDb_MsgUpdateReqBuffer, qos_intDb_MsgUpdateRspBuffer, qos_intDb_MsgUpdateAckBuffer};
 
-std::size_t dataOff(uint32_t row, Buffer b) { return 23852 + 4812 * row + 1604 * b; }
-std::size_t lengthOff(uint32_t row, Buffer b) { return dataOff(row, b) + 1600; }
+qos::MsgBuffer& buffer(uint32_t row, Buffer b) {
+  qos::MsgRow& r = store().msgs[row];
+  return b == kReq ? r.req : b == kRsp ? r.rsp : r.ack;
+}
 const std::vector<uint32_t> kResetRecord = {0, 253, 0, 0, 0, 0};
-// Error record i: confCode, errorCode, errorType, the two subtypes, erroredSfId.
 std::vector<uint32_t> record(uint32_t i) {
-  std::vector<uint32_t> words(6);
-  std::memcpy(words.data(), region() + kErrBase + 24 * i, 24);
-  return words;
+  const qos::MsgErrorRecord& r = store().msgErrors[i];
+  return {r.confCode, r.errorCode, r.errorType, r.errorSubType, r.errorSubType2, r.erroredSfId};
 }
 
 using Messages = StoreTest;
@@ -49,38 +47,42 @@ TEST_F(Messages, EveryBufferOperationStopsBelow1600Bytes) {
           {10, true, 0xFFFFFFFF, -1}, {10, false, 0xFFFFFFFF, -1},
       };
       for (const auto& c : cases) {
-        put<uint32_t>(lengthOff(row, b), c.start);
+        buffer(row, b).length = c.start;
         auto before = snapshot();
         int32_t rc = c.tlv ? kTlv[b](row, 0x1FF, c.len, bytes.data()) : kField[b](row, c.len, bytes.data());
         EXPECT_EQ(rc, c.result) << c.start << "+" << c.len;
         uint32_t grown = c.tlv ? c.len + 2 : c.len;
-        EXPECT_EQ(at<uint32_t>(lengthOff(row, b)), rc == 0 ? c.start + grown : c.start);
+        EXPECT_EQ(buffer(row, b).length, rc == 0 ? c.start + grown : c.start);
         EXPECT_TRUE(rc == 0 || changedOffsets(before, snapshot()).empty());
       }
       logs.clear();
       EXPECT_EQ(kUpdate[b](row, bytes.data(), 1599), 0);
-      EXPECT_EQ(at<uint32_t>(lengthOff(row, b)), 1599u);
+      EXPECT_EQ(buffer(row, b).length, 1599u);
       EXPECT_EQ(kUpdate[b](row, bytes.data(), 1600), -1);
       ASSERT_EQ(logs.records().size(), 1u);
       EXPECT_EQ(logs.records()[0].text, std::string("qos_intDb_MsgUpdate") + kOp[b] + "Buffer: Unsufficient memory for DSX-" +
                                             kKind[b] + " message, TA DB index = " + std::to_string(row));
       // A refused request still started the exchange over; the others keep theirs.
-      EXPECT_EQ(at<uint32_t>(lengthOff(row, b)), b == kReq ? 0u : 1599u);
+      EXPECT_EQ(buffer(row, b).length, b == kReq ? 0u : 1599u);
     }
   }
 }
 
 TEST_F(Messages, TlvLayoutAndInPlaceAccess) {
   const uint8_t value[3] = {7, 8, 9};
+  kUpdate[kReq](4, value, 2);  // a new request starts the exchange over: first
   ASSERT_EQ(qos_intDb_MsgAddAckBufferTlv(4, 0x118, 3, value), 0);
   ASSERT_EQ(qos_intDb_MsgAddAckBufferTlv(4, 5, 0, nullptr), 0);
   const uint8_t expected[7] = {0x18, 3, 7, 8, 9, 5, 0};
-  EXPECT_EQ(std::memcmp(region() + dataOff(4, kAck), expected, sizeof expected), 0);
+  EXPECT_EQ(std::memcmp(buffer(4, kAck).data, expected, sizeof expected), 0);
   uint8_t* data = nullptr;
   uint32_t len = 0;
-  ASSERT_EQ(qos_intDb_MsgGetAckBuffer(4, &data, &len), 0);
-  EXPECT_EQ(data, region() + dataOff(4, kAck));
-  EXPECT_EQ(len, 7u);
+  int32_t (*const get[])(uint32_t, uint8_t**, uint32_t*) = {qos_intDb_MsgGetReqBuffer, qos_intDb_MsgGetRspBuffer,
+                                                            qos_intDb_MsgGetAckBuffer};
+  for (Buffer b : {kReq, kRsp, kAck}) {  // each buffer in place, with its length
+    EXPECT_EQ(get[b](4, &data, &len), 0);
+    EXPECT_EQ(std::make_pair(data, len), std::make_pair(&buffer(4, b).data[0], b == kReq ? 2u : b == kRsp ? 0u : 7u));
+  }
   EXPECT_EQ(qos_intDb_MsgGetAckBuffer(4, nullptr, &len) | qos_intDb_MsgGetAckBuffer(4, &data, nullptr), -1);
   EXPECT_EQ(qos_intDb_MsgGetMsgSendBuff(4, &data, &len), 0);
 }
@@ -111,7 +113,7 @@ TEST_F(Messages, RowResetsAndHeaderReservation) {
       qos_intDb_MsgSetConfCode(row, 9);
       EXPECT_EQ(c.op(row), c.result);
       const uint32_t lengths[3] = {c.req, c.rsp, c.ack};
-      for (Buffer b : {kReq, kRsp, kAck}) EXPECT_EQ(at<uint32_t>(lengthOff(row, b)), lengths[b]) << b;
+      for (Buffer b : {kReq, kRsp, kAck}) EXPECT_EQ(buffer(row, b).length, lengths[b]) << b;
       EXPECT_EQ(record(row), (row == 10 ? std::vector<uint32_t>{9, 1, 2, 3, 4, 0} : kResetRecord));
     }
   }

@@ -12,16 +12,16 @@ using Ports = std::vector<std::pair<uint8_t, uint16_t>>;  // (UCID, SID) of port
 
 class Walks : public StoreTest {
  protected:
-  qos::QosIntDbRegion& db() { return *reinterpret_cast<qos::QosIntDbRegion*>(region()); }
   void flow(int row, uint32_t state, uint32_t sfId, uint16_t ref, uint16_t sid) {
-    qos::SfRow& r = db().sf[row];
+    qos::SfRow& r = store().sf[row];
     r.state = state, r.sfId = sfId, r.ref = ref, r.sid = sid;
-    db().stats.sfDbMaxIndex = std::max(db().stats.sfDbMaxIndex, row);
+    store().stats.sfDbMaxIndex = std::max(store().stats.sfDbMaxIndex, row);
   }
   void cluster(int row, uint32_t status, uint32_t sfId, uint8_t clusterId, const Ports& ports) {
-    qos::SidClusterRow& r = db().sidClusters[row];
-    r = {status, sfId, clusterId, {}, {}};
-    for (std::size_t i = 0; i < ports.size(); ++i) r.channels[i] = {0, ports[i].first, 0, ports[i].second};
+    qos::SidClusterRow& r = store().sidClusters[row];
+    r = qos::SidClusterRow{};
+    r.status = status, r.sfId = sfId, r.clusterId = clusterId;
+    for (std::size_t i = 0; i < ports.size(); ++i) r.channels[i].ucid = ports[i].first, r.channels[i].sid = ports[i].second;
   }
   // Every index a walk visits from the all-zero index until get-next fails.
   template <typename Next>
@@ -36,7 +36,7 @@ class Walks : public StoreTest {
 TEST_F(Walks, CmServiceWalkInBothUpstreamModes) {
   flow(0, QOS_SF_OPERATIONAL, 1, 1, 7), flow(1, QOS_SF_OPERATIONAL, 2, 2, 3), flow(2, QOS_SF_ADDING, 3, 3, 5);
   flow(3, QOS_SF_OPERATIONAL, 4, 4, 12), flow(4, QOS_SF_OPERATIONAL, 5, 5, 7), flow(5, QOS_SF_OPERATIONAL, 6, 6, 0);
-  db().sf[9].state = QOS_SF_OPERATIONAL, db().sf[9].sid = 4;  // above sfDbMaxIndex
+  store().sf[9].state = QOS_SF_OPERATIONAL, store().sf[9].sid = 4;  // above sfDbMaxIndex
   cluster(0, 1, 9, 1, {{1, 10}, {2, 20}, {3, 30}});
   cluster(1, 1, 8, 1, {{1, 10}, {2, 0}, {0, 0}, {4, 0xFFFF}});
   cluster(2, 0, 7, 1, {{1, 40}});
@@ -76,7 +76,9 @@ TEST_F(Walks, SidClusterWalkListsChannelsOfClustersInUse) {
 
 TEST_F(Walks, CmServiceAttributes) {
   flow(0, QOS_SF_OPERATIONAL, 100, 11, 7), flow(1, QOS_SF_OPERATIONAL, 200, 22, 8), flow(2, QOS_SF_OPERATIONAL, 300, 33, 9);
-  db().activeSf[0] = {1, 200, 0}, db().activeSf[1] = {1, 100, 0}, db().activeSf[5] = {1, 400, 0};
+  for (auto [row, sfId] : std::vector<std::pair<int, uint32_t>>{{0, 200}, {1, 100}, {5, 400}}) {
+    store().activeSf[row].status = 1, store().activeSf[row].sfId = sfId;
+  }
   cluster(0, 1, 100, 1, {{1, 50}, {2, 51}});
   cluster(1, 0, 300, 1, {{1, 60}});
   cluster(2, 1, 400, 1, {{0, 0}, {0, 0}, {3, 70}});

@@ -20,7 +20,6 @@ using V = std::vector<int64_t>;
 using Texts = std::vector<std::string>;
 using Events = std::vector<Event>;
 
-qos::QosIntDbRegion& db() { return *reinterpret_cast<qos::QosIntDbRegion*>(region()); }
 
 // Empties the store and allocates transactions 0..2; T (2) gets type and initiator.
 void freshStoreWithTa(uint32_t type, uint32_t initiator = QOS_TA_BY_MODEM) {
@@ -33,15 +32,17 @@ void freshStoreWithTa(uint32_t type, uint32_t initiator = QOS_TA_BY_MODEM) {
 
 qos::SfRow& putFlow(int32_t i, uint32_t state, uint32_t sfId, int32_t ta, int32_t held = N,
                     uint8_t direction = QOS_DIR_DOWNSTREAM) {
-  qos::SfRow& r = db().sf[i];
+  qos::SfRow& r = store().sf[i];
   r.state = state, r.sfId = sfId, r.direction = direction, r.taIndex = ta, r.heldTaIndex = held;
-  db().stats.sfDbMaxIndex = std::max(db().stats.sfDbMaxIndex, i);
+  store().stats.sfDbMaxIndex = std::max(store().stats.sfDbMaxIndex, i);
   return r;
 }
 
 void putClsf(int32_t i, uint32_t status, uint32_t sfId, int32_t ta, uint16_t clsfId = 0) {
-  db().clsf[i] = {status, static_cast<uint8_t>(0x30 + i), 0, clsfId, static_cast<uint16_t>(0x40 + i), 0, sfId, ta};
-  db().stats.clsfDbMaxIndex = std::max(db().stats.clsfDbMaxIndex, i);
+  qos::ClsfRow& r = store().clsf[i] = qos::ClsfRow{};
+  r.status = status, r.ref = static_cast<uint8_t>(0x30 + i), r.clsfId = clsfId, r.sfRef = static_cast<uint16_t>(0x40 + i);
+  r.sfId = sfId, r.taIndex = ta;
+  store().stats.clsfDbMaxIndex = std::max(store().stats.clsfDbMaxIndex, i);
 }
 
 uint32_t pendingState(uint32_t type) {
@@ -49,14 +50,15 @@ uint32_t pendingState(uint32_t type) {
 }
 std::vector<uint32_t> statuses(int from, int n) {
   std::vector<uint32_t> s;
-  for (int i = from; i < from + n; ++i) s.push_back(db().clsf[i].status);
+  for (int i = from; i < from + n; ++i) s.push_back(store().clsf[i].status);
   return s;
 }
 bool isResetFlow(const qos::SfRow& r) {
   return r.state == 0 && r.sfId == 0 && r.taIndex == N && r.heldTaIndex == N && r.qosDbIndex == N;
 }
 bool isResetClsf(const qos::ClsfRow& r) {
-  const qos::ClsfRow empty{0, 0, 0, 0, 0, 0, 0, N};
+  qos::ClsfRow empty{};
+  empty.taIndex = N;
   return std::memcmp(&r, &empty, sizeof r) == 0;
 }
 
@@ -104,7 +106,7 @@ TEST_F(Outcome, FlowRowsOfTheTransactionAndTheEndOfItsHold) {
     if (c.meanwhile != N) r.taIndex = c.meanwhile;
     EXPECT_EQ(end(T), 0);
     EXPECT_EQ((V{isResetFlow(r), r.state, r.taIndex, r.heldTaIndex}), c.end);
-    EXPECT_EQ((V{db().stats.sfDbMaxIndex, db().sf[2].state}), (V{c.end == freed ? 2 : 3, QOS_SF_OPERATIONAL}));
+    EXPECT_EQ((V{store().stats.sfDbMaxIndex, store().sf[2].state}), (V{c.end == freed ? 2 : 3, QOS_SF_OPERATIONAL}));
     EXPECT_TRUE(logs.records().empty());
   }
 }
@@ -160,7 +162,7 @@ TEST_F(Outcome, ClassifierRowsOfTheTransaction) {
     EXPECT_EQ(statuses(5, 5), c.ofFlow);
     const bool cleared = c.type == QOS_TA_DSA && c.op == ok;  // references cleared
     for (int i = 0; i < 10; ++i) {
-      const qos::ClsfRow& row = db().clsf[i];
+      const qos::ClsfRow& row = store().clsf[i];
       EXPECT_TRUE(row.status == 0 ? isResetClsf(row) : row.taIndex == (i < 5 ? c.taAfter : H)) << i;
       EXPECT_TRUE(i >= 5 || row.status == 0 || (row.ref == 0 && row.sfRef == 0) == cleared) << i;
     }
@@ -180,7 +182,7 @@ TEST_F(Outcome, DsdFreesTheClassifiersOfItsFirstTwoFlowsOnly) {
       putClsf(i, QOS_CLSF_OPERATIONAL, 0xA1 + i, N);
     }
     EXPECT_EQ(op(T), 0);
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(db().sf[i].taIndex, N);  // the third flow is settled too
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(store().sf[i].taIndex, N);  // the third flow is settled too
     EXPECT_EQ(statuses(0, 3), (std::vector<uint32_t>{0, 0, QOS_CLSF_OPERATIONAL}));
 
     freshStoreWithTa(QOS_TA_DSD);
@@ -198,9 +200,9 @@ TEST_F(Outcome, MaximumIndexesAfterTheLastFree) {
   putFlow(4, QOS_SF_ADDING, 0, T);
   putClsf(7, QOS_CLSF_ADDING, 0, T);
   ASSERT_EQ(fail(T), 0);
-  EXPECT_EQ((V{db().stats.clsfDbMaxIndex, db().stats.sfDbMaxIndex}), (V{319, 4}));
+  EXPECT_EQ((V{store().stats.clsfDbMaxIndex, store().stats.sfDbMaxIndex}), (V{319, 4}));
   ASSERT_EQ(end(T), 0);
-  EXPECT_EQ(db().stats.sfDbMaxIndex, 127);
+  EXPECT_EQ(store().stats.sfDbMaxIndex, 127);
 }
 
 // Without an added flow of its own, an abort writes nothing. The end of the
@@ -221,10 +223,10 @@ TEST_F(Outcome, AddAbortRejectsTheAddedFlowsAndFreesTheClassifiers) {
     const auto changed = changedOffsets(before, snapshot());
     EXPECT_TRUE(adding || changed.empty());
     if (!adding) continue;
-    EXPECT_EQ((V{db().sf[0].state, db().sf[0].heldTaIndex, db().sf[0].taIndex}), (V{QOS_SF_ADD_REJECTED, T, N}));
-    EXPECT_TRUE(isResetClsf(db().clsf[0]) && isResetClsf(db().clsf[1]));
+    EXPECT_EQ((V{store().sf[0].state, store().sf[0].heldTaIndex, store().sf[0].taIndex}), (V{QOS_SF_ADD_REJECTED, T, N}));
+    EXPECT_TRUE(isResetClsf(store().clsf[0]) && isResetClsf(store().clsf[1]));
     EXPECT_EQ(end(T), 0);
-    EXPECT_TRUE(isResetFlow(db().sf[0]));
+    EXPECT_TRUE(isResetFlow(store().sf[0]));
     const std::size_t clsf0 = offsetof(qos::QosIntDbRegion, clsf), clsf2 = clsf0 + 2 * sizeof(qos::ClsfRow);
     for (std::size_t off : changed) EXPECT_TRUE(off < sizeof(qos::SfRow) || (off >= clsf0 && off < clsf2)) << off;
   }
@@ -250,7 +252,7 @@ TEST_F(Outcome, RegistrationFinishClearsReferencesOfOperationalRowsOnly) {
   putClsf(0, QOS_CLSF_OPERATIONAL, 0x50, N);
   putClsf(1, QOS_CLSF_ADDING, 0, 3);
   EXPECT_EQ(qos_intDb_UpdateOnRegFinish(), 0);
-  const qos::QosIntDbRegion& r = db();
+  const qos::QosIntDbRegion& r = store();
   EXPECT_EQ((V{r.sf[0].ref, r.sf[1].ref, r.clsf[0].ref, r.clsf[0].sfRef, r.clsf[1].ref, r.clsf[1].sfRef}),
             (V{0, 2, 0, 0, 0x31, 0x41}));
 }
@@ -285,7 +287,7 @@ TEST_F(Outcome, UpstreamDsdTakesClustersCriteriaAndActiveEntry) {
     EXPECT_EQ(kept(0x200), (V{-1, -1, -1}));
     EXPECT_EQ(kept(0x300), (V{0, 0, -1}));
     EXPECT_EQ(kept(0x400), (V{0, 0, 0}));
-    EXPECT_EQ((V{db().sf[0].state, db().sf[1].state}), (V{QOS_SF_DELETED, QOS_SF_DELETED}));
+    EXPECT_EQ((V{store().sf[0].state, store().sf[1].state}), (V{QOS_SF_DELETED, QOS_SF_DELETED}));
     const Texts missing{"qos_intDb_DeleteActiveUsSfEntry: SFID=0x200 is not found into active SF DB"};
     EXPECT_EQ(logs.texts(), variant == 2 ? missing : Texts{});
   }

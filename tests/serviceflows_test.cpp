@@ -1,27 +1,25 @@
 // serviceflows_test.cpp - flow adds and take-overs, lookups, transaction
 // marks, the attribute family and the dumps.
 #include <functional>
+#include <tuple>
 
 #include "support/fixture.h"
 
 namespace qostest {
 namespace {
 
-constexpr std::size_t kStats = 16640;
-constexpr std::size_t kSfMax = kStats + 8;
 using Strings = std::vector<std::string>;
 using Offsets = std::vector<std::size_t>;
-using V = std::vector<int64_t>;
+using std::make_tuple;
+using V = std::vector<int64_t>;  // calls in a braced list run in order
 #define CALL(expr) [] { return expr; }
 
-std::size_t sf(uint32_t row, std::size_t field) { return 80 * row + field; }
+qos::SfRow& sf(uint32_t row) { return store().sf[row]; }
+int32_t& sfMax() { return store().stats.sfDbMaxIndex; }
 
 // A flow row written straight into the region, as another subsystem would.
 void putRow(uint32_t row, uint32_t state, uint16_t ref, int32_t ta, uint8_t dir = 1) {
-  put<uint32_t>(sf(row, 0), state);
-  put<uint16_t>(sf(row, 8), ref);
-  put<uint8_t>(sf(row, 10), dir);
-  put<int32_t>(sf(row, 28), ta);
+  sf(row).state = state, sf(row).ref = ref, sf(row).direction = dir, sf(row).taIndex = ta;
 }
 
 using ServiceFlows = StoreTest;
@@ -34,11 +32,10 @@ TEST_F(ServiceFlows, FreeRowRuleGrowsTheRangeReusesHolesAndRefusesWhenFull) {
   EXPECT_EQ(qos_intDb_AddSfId(0x700, 2, 3), 0);         // grows to row 6
   qos_intDb_SfDb_RowReset(2);
   EXPECT_EQ(qos_intDb_AddSf(0x200, 9, 2), 0);  // the hole inside the range
-  EXPECT_EQ((V{at<uint16_t>(sf(5, 8)), at<uint32_t>(sf(6, 4)), at<uint32_t>(sf(2, 4)), at<int32_t>(kSfMax)}),
-            (V{20, 0x700, 0x200, 6}));
+  EXPECT_EQ(make_tuple(sf(5).ref, sf(6).sfId, sf(2).sfId, sfMax()), make_tuple(uint16_t{20}, 0x700u, 0x200u, 6));
 
   for (uint32_t i = 0; i < 128; ++i) putRow(i, QOS_SF_OPERATIONAL, 1000, -1);
-  put<int32_t>(kSfMax, 127);
+  sfMax() = 127;
   const auto before = snapshot();
   EXPECT_EQ(qos_intDb_AddSf(0x55, 7, 1), -1);
   EXPECT_EQ(qos_intDb_AddSfReference(7, 1, 3), -1);
@@ -63,16 +60,18 @@ TEST_F(ServiceFlows, AddsTakeOverRowsOfTheirFlowAndKeepTheirCounters) {
   for (const auto& c : cases) {
     qos_intDb_SfDb_Reset();
     putRow(1, QOS_SF_REFERENCED, 5, 4);
-    put<uint32_t>(sf(1, 52), 3), put<uint32_t>(sf(1, 56), 2);  // classifier and rule counters
+    sf(1).clsfCounter = 3, sf(1).phsCounter = 2;
     putRow(2, QOS_SF_EMPTY, 8, 4);
-    put<int32_t>(kSfMax, 2);
+    sfMax() = 2;
     ASSERT_EQ(c.add(), 0);
-    EXPECT_EQ((V{at<uint32_t>(sf(c.row, 0)), at<uint8_t>(sf(c.row, 10)), at<int32_t>(sf(c.row, 28))}), (V{c.state, 2, c.ta}));
-    EXPECT_EQ((V{at<uint32_t>(sf(1, 52)), at<uint32_t>(sf(1, 56)), at<int32_t>(kSfMax)}), (V{3, 2, 2}));
+    const qos::SfRow& r = sf(c.row);
+    EXPECT_EQ(make_tuple(r.state, r.direction, r.taIndex), make_tuple(c.state, uint8_t{2}, c.ta));
+    EXPECT_EQ(make_tuple(sf(1).clsfCounter, sf(1).phsCounter, sfMax()), make_tuple(3u, 2u, 2));
   }
   // The same twice: one row. A reference too wide to match row 1: a new row.
-  EXPECT_EQ((V{qos_intDb_AddSfReference(5, 2, 6), qos_intDb_AddSfReference(5, 2, 6), at<int32_t>(kSfMax)}), (V{0, 0, 2}));
-  EXPECT_EQ((V{qos_intDb_AddSf(0x301, 0x10005, 1), at<uint16_t>(sf(3, 8))}), (V{0, 5}));
+  EXPECT_EQ((V{qos_intDb_AddSfReference(5, 2, 6), qos_intDb_AddSfReference(5, 2, 6), sfMax()}), (V{0, 0, 2}));
+  EXPECT_EQ(qos_intDb_AddSf(0x301, 0x10005, 1), 0);
+  EXPECT_EQ(sf(3).ref, 5);
 
   ASSERT_EQ(qos_intDb_AddSfId(0xABC, 1, 4), 0);
   const auto before = snapshot();
@@ -80,7 +79,8 @@ TEST_F(ServiceFlows, AddsTakeOverRowsOfTheirFlowAndKeepTheirCounters) {
   EXPECT_EQ(changedOffsets(before, snapshot()), Offsets{});
   EXPECT_EQ(logs.texts(), Strings{"Add SF ID to int DB: SFID=0xabc already exists with TA index=4"});
   // Its own transaction: the same row.
-  EXPECT_EQ((V{qos_intDb_AddSfId(0xABC, 2, 4), at<uint8_t>(sf(4, 10)), at<int32_t>(kSfMax)}), (V{0, 2, 4}));
+  EXPECT_EQ(qos_intDb_AddSfId(0xABC, 2, 4), 0);
+  EXPECT_EQ(make_tuple(sf(4).direction, sfMax()), make_tuple(uint8_t{2}, 4));
 }
 
 // Rows: 0 placeholder, 1 adding, 2 free with leftovers; 5 lies above the range.
@@ -89,7 +89,7 @@ TEST_F(ServiceFlows, LookupsHaveTheirOwnStateFiltersAndRanges) {
   putRow(1, QOS_SF_ADDING, 9, 3, 1);
   putRow(2, QOS_SF_EMPTY, 8, 3, 1);
   putRow(5, QOS_SF_OPERATIONAL, 8, 4, 2);
-  put<int32_t>(kSfMax, 2);
+  sfMax() = 2;
   const uint32_t none = 0xFFFFFFFF, untouched = 77;
 #define FIND(expr) [](uint32_t* o) { return expr; }
   const struct { std::function<int32_t(uint32_t*)> find; int32_t result; uint32_t out; } cases[] = {
@@ -115,38 +115,36 @@ TEST_F(ServiceFlows, LookupsHaveTheirOwnStateFiltersAndRanges) {
 TEST_F(ServiceFlows, TransactionMovesOfChangeDeleteAndPairs) {
   putRow(0, QOS_SF_OPERATIONAL, 1, 0);
   putRow(1, QOS_SF_OPERATIONAL, 2, -1);
-  put<int32_t>(sf(1, 32), 7);
+  sf(1).heldTaIndex = 7;
   // Row 0: the working transaction now holds. Row 1: none working, the holder stays.
   EXPECT_EQ((V{qos_intDb_StartDeleteSF(0, 5), qos_intDb_StartDeleteSF(1, 10), qos_intDb_ChangeSF(1, 5)}), V(3, 0));
-  EXPECT_EQ((V{at<int32_t>(sf(0, 0)), at<int32_t>(sf(0, 28)), at<int32_t>(sf(0, 32)), at<int32_t>(sf(1, 0)),
-               at<int32_t>(sf(1, 28)), at<int32_t>(sf(1, 32))}),
-            (V{4, 5, 0, 3, 5, 7}));
-  // Bad indexes are refused silently.
-  EXPECT_EQ((V{qos_intDb_StartDeleteSF(0, 11), qos_intDb_StartDeleteSF(0, -1), qos_intDb_StartDeleteSF(128, 1),
-               qos_intDb_ChangeSF(0xFFFFFFFF, 1)}), (V{-1, -1, -1, -1}));
+  EXPECT_EQ(make_tuple(sf(0).state, sf(0).taIndex, sf(0).heldTaIndex), make_tuple(uint32_t{QOS_SF_DELETING}, 5, 0));
+  EXPECT_EQ(make_tuple(sf(1).state, sf(1).taIndex, sf(1).heldTaIndex), make_tuple(uint32_t{QOS_SF_CHANGING}, 5, 7));
   EXPECT_TRUE(logs.records().empty());
 
-  put<int32_t>(kSfMax, 2);
+  sfMax() = 2;
   putRow(2, QOS_SF_ADDING, 3, -1);
-  auto pairOf = [](uint32_t row) {  // result, transaction, pair row
-    uint32_t ta = 99, pair = 99;
-    return V{qos_intDb_GetSfTaIndexAndPairSf(row, &ta, &pair), ta, pair};
+  struct Pair { uint32_t ta = 99, pair = 99; int32_t result; };
+  auto pairOf = [](uint32_t row) {
+    Pair p;
+    p.result = qos_intDb_GetSfTaIndexAndPairSf(row, &p.ta, &p.pair);
+    return make_tuple(p.result, p.ta, p.pair);
   };
-  EXPECT_EQ(pairOf(1), (V{0, 5, 0}));
-  put<int32_t>(sf(0, 28), 6);
-  EXPECT_EQ(pairOf(1), (V{0, 5, 0xFFFFFFFF}));   // alone in its transaction
-  EXPECT_EQ(pairOf(2), (V{-1, 0xFFFFFFFF, 99}));  // no transaction
-  EXPECT_EQ(pairOf(3)[0], -1);                    // free row
-  EXPECT_EQ(pairOf(128)[0], -1);
+  EXPECT_EQ(pairOf(1), make_tuple(0, 5u, 0u));
+  sf(0).taIndex = 6;
+  EXPECT_EQ(pairOf(1), make_tuple(0, 5u, 0xFFFFFFFFu));   // alone in its transaction
+  EXPECT_EQ(pairOf(2), make_tuple(-1, 0xFFFFFFFFu, 99u));  // no transaction
+  EXPECT_EQ(std::get<0>(pairOf(3)), -1);                   // free row
+  EXPECT_EQ(std::get<0>(pairOf(128)), -1);
   EXPECT_EQ(logs.texts(), Strings{"func qos_intDb_GetSfTaIndexAndPairSf: ---> SF DB index 128 is out of range"});
 }
 
 TEST_F(ServiceFlows, NextActiveUpstreamFlowIgnoresTheState) {
-  put<uint8_t>(sf(6, 10), 2), put<uint8_t>(sf(6, 24), 5);  // row 6 is free
-  put<uint8_t>(sf(1, 24), 4);                             // active but downstream
-  uint32_t next = 99;
-  EXPECT_EQ((V{qos_intDb_FindNextActiveSf(-1, &next), next, qos_intDb_FindNextActiveSf(6, &next),
-               qos_intDb_FindNextActiveSf(128, &next)}), (V{0, 6, -1, -1}));
+  for (int row : {6, 127}) sf(row).direction = QOS_DIR_UPSTREAM, sf(row).paramSetType = 5;  // free rows
+  sf(1).paramSetType = QOS_PARAMSET_ACTIVE;                                                 // active but downstream
+  uint32_t next = 99, last = 99;
+  EXPECT_EQ((V{qos_intDb_FindNextActiveSf(-1, &next), next, qos_intDb_FindNextActiveSf(6, &last), last,
+               qos_intDb_FindNextActiveSf(127, &next), qos_intDb_FindNextActiveSf(128, &next)}), (V{0, 6, 0, 127, -1, -1}));
   EXPECT_EQ(logs.texts(), (Strings{"func: qos_intDb_FindNextActiveSf, no next US active SF has been found ",
                                    "func: qos_intDb_FindNextActiveSf, no next US active SF (input SfDbIndex 128) "}));
 }
@@ -155,30 +153,32 @@ TEST_F(ServiceFlows, NextActiveUpstreamFlowIgnoresTheState) {
 // refused, the field's offset and width, the output's width (0: a setter).
 struct Member { const char* name; std::function<int32_t(uint32_t, void*)> call; bool logsRange, refusesFreeRow;
                 std::size_t field, fieldWidth, outWidth; };
+#define F(field) offsetof(qos::SfRow, field)
 #define GET(fn, T) #fn, [](uint32_t i, void* o) { return fn(i, static_cast<T*>(o)); }
 #define SET(fn) #fn, [](uint32_t i, void*) { return fn(i, 0xA1B2C3D4); }
 const Member kMembers[] = {
-    {GET(qos_intDb_GetSfRef, uint32_t), true, true, 8, 2, 4},
-    {GET(qos_intDb_GetSfId, uint32_t), true, true, 4, 4, 4},
-    {SET(qos_intDb_SetSfId), true, false, 4, 4, 0},
-    {GET(qos_intDb_GetSfSid, uint16_t), true, false, 16, 2, 2},
-    {SET(qos_intDb_SetSfSid), false, false, 16, 2, 0},
-    {GET(qos_intDb_GetSFState, uint32_t), true, false, 0, 4, 4},
-    {SET(qos_intDb_SetSFState), false, false, 0, 4, 0},
-    {GET(qos_intDb_GetServiceFlowDirection, uint8_t), true, false, 10, 1, 1},
-    {GET(qos_intDb_GetSfDirection, uint8_t), false, false, 10, 1, 1},
-    {GET(qos_intDb_GetServiceFlowParamSet, uint8_t), true, false, 24, 1, 1},
-    {GET(qos_intDb_GetSfQosDbIndex, uint32_t), true, false, 44, 4, 4},
-    {SET(qos_intDb_SetSfQosDbIndex), true, false, 44, 4, 0},
-    {GET(qos_intDb_GetSFTaIndex, int32_t), false, false, 28, 4, 4},
-    {SET(qos_intDb_SetSFTaIndex), false, false, 28, 4, 0},
-    {GET(qos_intDb_GetSFHeldTaIndex, int32_t), false, false, 32, 4, 4},
-    {GET(qos_intDb_GetSfClusterCounter, uint8_t), true, false, 48, 1, 1},
-    {GET(qos_intDb_GetServiceFlowClassCounter, uint32_t), true, false, 52, 4, 4},
-    {GET(qos_intDb_GetServiceFlowPhsCounter, uint32_t), true, false, 56, 4, 4},
+    {GET(qos_intDb_GetSfRef, uint32_t), true, true, F(ref), 2, 4},
+    {GET(qos_intDb_GetSfId, uint32_t), true, true, F(sfId), 4, 4},
+    {SET(qos_intDb_SetSfId), true, false, F(sfId), 4, 0},
+    {GET(qos_intDb_GetSfSid, uint16_t), true, false, F(sid), 2, 2},
+    {SET(qos_intDb_SetSfSid), false, false, F(sid), 2, 0},
+    {GET(qos_intDb_GetSFState, uint32_t), true, false, F(state), 4, 4},
+    {SET(qos_intDb_SetSFState), false, false, F(state), 4, 0},
+    {GET(qos_intDb_GetServiceFlowDirection, uint8_t), true, false, F(direction), 1, 1},
+    {GET(qos_intDb_GetSfDirection, uint8_t), false, false, F(direction), 1, 1},
+    {GET(qos_intDb_GetServiceFlowParamSet, uint8_t), true, false, F(paramSetType), 1, 1},
+    {GET(qos_intDb_GetSfQosDbIndex, uint32_t), true, false, F(qosDbIndex), 4, 4},
+    {SET(qos_intDb_SetSfQosDbIndex), true, false, F(qosDbIndex), 4, 0},
+    {GET(qos_intDb_GetSFTaIndex, int32_t), false, false, F(taIndex), 4, 4},
+    {SET(qos_intDb_SetSFTaIndex), false, false, F(taIndex), 4, 0},
+    {GET(qos_intDb_GetSFHeldTaIndex, int32_t), false, false, F(heldTaIndex), 4, 4},
+    {GET(qos_intDb_GetSfClusterCounter, uint8_t), true, false, F(sidClusterCounter), 1, 1},
+    {GET(qos_intDb_GetServiceFlowClassCounter, uint32_t), true, false, F(clsfCounter), 4, 4},
+    {GET(qos_intDb_GetServiceFlowPhsCounter, uint32_t), true, false, F(phsCounter), 4, 4},
 };
 #undef GET
 #undef SET
+#undef F
 
 template <typename T>
 uint32_t load(const void* p) { T v; return std::memcpy(&v, p, sizeof v), v; }
@@ -188,7 +188,8 @@ TEST_F(ServiceFlows, AttributeFamilyRangeFreeRowAndWidth) {
   for (const Member& m : kMembers) {
     SCOPED_TRACE(m.name);
     qos_intDb_SfDb_Reset();
-    for (std::size_t b = 0; b < 80; ++b) put<uint8_t>(sf(0, b), static_cast<uint8_t>(b + 1));
+    auto* bytes = reinterpret_cast<uint8_t*>(&sf(0));
+    for (std::size_t b = 0; b < sizeof(qos::SfRow); ++b) bytes[b] = static_cast<uint8_t>(b + 1);
     auto before = snapshot();
     uint8_t out[8];
     auto call = [&](uint32_t index) { return std::memset(out, 0xEE, sizeof out), m.call(index, out); };
@@ -201,13 +202,13 @@ TEST_F(ServiceFlows, AttributeFamilyRangeFreeRowAndWidth) {
     }
     EXPECT_EQ(changedOffsets(before, snapshot()), Offsets{});
     // A free row (row 1); its transaction links read -1, which fails too.
-    const bool link = m.outWidth != 0 && (m.field == 28 || m.field == 32);
+    const bool link = m.outWidth != 0 && (m.field == offsetof(qos::SfRow, taIndex) || m.field == offsetof(qos::SfRow, heldTaIndex));
     EXPECT_EQ(call(1), m.refusesFreeRow || link ? -1 : 0);
     EXPECT_EQ(out[0] == 0xEE, m.refusesFreeRow || m.outWidth == 0);
     // A used row: exactly the field, at the output's width.
     before = snapshot();
     EXPECT_EQ(call(0), 0);
-    const uint32_t field = readWidth(region() + sf(0, m.field), m.fieldWidth);
+    const uint32_t field = readWidth(bytes + m.field, m.fieldWidth);
     Offsets changed = changedOffsets(before, snapshot());
     if (m.outWidth != 0) {
       EXPECT_EQ(readWidth(out, m.outWidth), field);
@@ -216,7 +217,7 @@ TEST_F(ServiceFlows, AttributeFamilyRangeFreeRowAndWidth) {
       EXPECT_EQ(m.call(0, nullptr), -1);
     } else {
       EXPECT_EQ(field, m.fieldWidth == 2 ? 0xC3D4u : 0xA1B2C3D4u);
-      for (std::size_t off : changed) EXPECT_LT(off - sf(0, m.field), m.fieldWidth);
+      for (std::size_t off : changed) EXPECT_LT(off - m.field, m.fieldWidth);  // row 0 starts the region
     }
   }
 }
@@ -224,19 +225,34 @@ TEST_F(ServiceFlows, AttributeFamilyRangeFreeRowAndWidth) {
 TEST_F(ServiceFlows, AttributeExtras) {
   putRow(0, QOS_SF_ADDING, 1, -1);
   // The low 8 bits are ORed in; 0 clears.
-  EXPECT_EQ((V{qos_intDb_SetServiceFlowParamSet(0, 2), qos_intDb_SetServiceFlowParamSet(0, 0x104), at<uint8_t>(sf(0, 24)),
-               qos_intDb_SetServiceFlowParamSet(0, 0), at<uint8_t>(sf(0, 24))}), (V{0, 0, 6, 0, 0}));
+  EXPECT_EQ((V{qos_intDb_SetServiceFlowParamSet(0, 2), qos_intDb_SetServiceFlowParamSet(0, 0x104), sf(0).paramSetType,
+               qos_intDb_SetServiceFlowParamSet(0, 0), sf(0).paramSetType}), (V{0, 0, 6, 0, 0}));
   EXPECT_EQ((V{qos_intDb_CheckSFOperational(0), qos_intDb_SetSFState(0, 1), qos_intDb_CheckSFOperational(0)}), (V{-1, 0, 0}));
   // Low byte 2: upstream; the low 16 bits of the reference.
   EXPECT_EQ((V{qos_intDb_SetSfPrimaryRef(0x102, 0x10007), qos_intDb_SetSfPrimaryRef(3, 9)}), (V{0, -1}));
-  EXPECT_EQ(at<uint16_t>(kStats + 48) * 0x10000 + at<uint16_t>(kStats + 56), 0x70000);
+  EXPECT_EQ(make_tuple(store().stats.usPrimarySfRef, store().stats.dsPrimarySfRef), make_tuple(uint16_t{7}, uint16_t{0}));
   EXPECT_TRUE(logs.records().empty());
+}
+
+// The statistics getters of every table read their own field of the block.
+TEST_F(ServiceFlows, StatisticsGettersReadTheirFields) {
+  qos::QosIntDbStats& st = store().stats;
+  st.sfNumber = 11, st.sfDbMaxIndex = 12, st.clsfNumber = 13, st.clsfDbMaxIndex = 14, st.clsfMaxNum = 15;
+  st.clusterNumber = 16, st.clusterMaxNum = 17, st.clusterDbMaxIndex = 18, st.activeSfNumber = 19;
+  int32_t (*const getters[])(uint32_t*) = {qos_intDb_GetSfNumber, qos_intDb_GetSfDbMaxIndex, qos_intDb_GetClsfNumber,
+                                           qos_intDb_GetClsfDbMaxIndex, qos_intDb_GetClsfMaxNum, qos_intDb_GetClusterNumber,
+                                           qos_intDb_GetClusterMaxNum, qos_intDb_GetClusterDbMaxIndex,
+                                           qos_intDb_GetActiveSfNumber};
+  for (uint32_t i = 0; i < 9; ++i) {
+    uint32_t v = 0;
+    EXPECT_EQ((V{getters[i](&v), v, getters[i](nullptr)}), (V{0, 11 + i, -1})) << i;
+  }
 }
 
 TEST_F(ServiceFlows, DumpsOfOneRowAndOfTheTable) {
   ASSERT_EQ(qos_intDb_AddSf(0x1234, 5, 2), 0);
   ASSERT_EQ(qos_intDb_AddSfId(0xA, 1, 3), 0);
-  put<uint16_t>(sf(0, 16), 0x3F), put<int8_t>(sf(0, 48), -1), put<uint32_t>(sf(0, 52), 3);
+  sf(0).sid = 0x3F, sf(0).sidClusterCounter = -1, sf(0).clsfCounter = 3;
   EXPECT_EQ(captureStdout([] { EXPECT_EQ(qos_intDb_fullPrintSF(0), 0); }),
             "  SF DB Idx = 0    SFID = 0x1234      Ref = 5   Direction = 2   Status=1   \n"
             "  ParamSet Type      = 0\n  SID                = 0x3f\n  SID Cluster index  = 0\n"

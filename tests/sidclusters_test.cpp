@@ -5,12 +5,11 @@
 namespace qostest {
 namespace {
 
-constexpr std::size_t kStats = 16640;
-constexpr std::size_t kMark = kStats + 32;  // clusterDbMaxIndex
-using V = std::vector<int64_t>;
+using V = std::vector<int64_t>;  // calls in a braced list run in order
 
-std::size_t cl(uint32_t row, std::size_t field) { return 16704 + 44 * row + field; }
-int8_t counterOf(uint32_t sfRow) { return at<int8_t>(80 * sfRow + 48); }
+qos::SidClusterRow& cl(uint32_t row) { return store().sidClusters[row]; }
+int32_t mark() { return store().stats.clusterDbMaxIndex; }
+int8_t counterOf(uint32_t sfRow) { return store().sf[sfRow].sidClusterCounter; }
 
 // Ports 1 and 2 on (ucid, sid) and (ucid+1, sid+1); the first action word set.
 struct Channels {
@@ -25,10 +24,10 @@ using SidClusters = StoreTest;
 
 TEST_F(SidClusters, ClustersStoredBeforeTheFlowAreCountedByItsAdd) {
   ASSERT_EQ(add(0x77, 1, 3), 0);
-  EXPECT_EQ(at<int32_t>(kMark), 0);  // row 0 lies in the range already
+  EXPECT_EQ(mark(), 0);  // row 0 lies in the range already
   ASSERT_EQ((V{add(0x77, 2, 5), add(0x88, 1, 5)}), (V{0, 0}));
-  EXPECT_EQ(at<int32_t>(kMark), 2);
-  EXPECT_EQ(at<uint32_t>(0), 0u);  // no flow row was touched
+  EXPECT_EQ(mark(), 2);
+  EXPECT_EQ(store().sf[0].state, 0u);  // no flow row was touched
   ASSERT_EQ(qos_intDb_AddSf(0x77, 4, 2), 0);
   EXPECT_EQ(counterOf(0), 2);
   ASSERT_EQ(qos_intDb_AddSf(0x77, 4, 2), 0);  // counts again on top
@@ -38,15 +37,15 @@ TEST_F(SidClusters, ClustersStoredBeforeTheFlowAreCountedByItsAdd) {
 TEST_F(SidClusters, AddRewriteAndDeleteMoveTheFlowCounter) {
   ASSERT_EQ((V{qos_intDb_AddSf(0x77, 4, 2), add(0x77, 1, 3), add(0x77, 2, 4)}), (V{0, 0, 0}));
   ASSERT_EQ(add(0x77, 1, 9), 0);  // rewrite: no count, action words not written
-  EXPECT_EQ((V{counterOf(0), at<uint32_t>(cl(0, 12)), at<uint8_t>(cl(0, 16)), at<uint16_t>(cl(0, 18))}), (V{2, 0, 9, 90}));
+  EXPECT_EQ((V{counterOf(0), cl(0).channels[0].action, cl(0).channels[0].ucid, cl(0).channels[0].sid}), (V{2, 0, 9, 90}));
   ASSERT_EQ(qos_intDb_DelSfSidCluster(0x77, 1), 0);
   EXPECT_EQ(qos_intDb_DelSfSidCluster(0x77, 1), -1);
   EXPECT_EQ(counterOf(0), 1);
-  for (std::size_t b = 0; b < 44; ++b) EXPECT_EQ(at<uint8_t>(cl(0, b)), 0u);
+  EXPECT_EQ(std::memcmp(&cl(0), &store().sidClusters[78], sizeof(qos::SidClusterRow)), 0);  // as free as the last row
   ASSERT_EQ(add(0x77, 3, 1), 0);  // reuses row 0 below the mark
-  EXPECT_EQ((V{at<uint8_t>(cl(0, 8)), at<int32_t>(kMark), counterOf(0)}), (V{3, 1, 2}));
+  EXPECT_EQ((V{cl(0).clusterId, mark(), counterOf(0)}), (V{3, 1, 2}));
   ASSERT_EQ(qos_intDb_DeleteSidClustersOfSf(0x77), 0);  // the flow goes: counter left alone
-  EXPECT_EQ((V{counterOf(0), at<uint32_t>(cl(1, 4))}), (V{2, 0}));
+  EXPECT_EQ((V{counterOf(0), cl(1).sfId}), (V{2, 0}));
   EXPECT_TRUE(logs.records().empty());
 }
 
@@ -61,7 +60,7 @@ TEST_F(SidClusters, FullTableRefusesNewPairsButRewritesStoredOnes) {
                                                    "ClusterId =200 of service flow SFID=16 cannot be added to DB"});
   EXPECT_EQ(logs.records()[0].level, 1);
   EXPECT_EQ(add(0x10, 5, 7), 0);
-  EXPECT_EQ(at<uint8_t>(cl(5, 16)), 7u);
+  EXPECT_EQ(cl(5).channels[0].ucid, 7u);
 }
 
 TEST_F(SidClusters, ReadsWalksAndMappingLookups) {
@@ -94,13 +93,18 @@ TEST_F(SidClusters, ReadsWalksAndMappingLookups) {
 TEST_F(SidClusters, SwitchoverCriteriaLimitsAndCount) {
   ASSERT_EQ(qos_intDb_SetSfSidClusterParams(0x99, 1000, 2000, 30, 4), 0);
   ASSERT_EQ(qos_intDb_SetSfSidClusterParams(0x99, 1, 2, 3, 5), 0);  // rewrites its row
-  EXPECT_EQ(at<uint8_t>(20180 + 18) * 100 + at<uint32_t>(20180 + 20 + 4), 500u);
+  EXPECT_EQ((V{store().switchover[0].maxRequests, store().switchover[1].sfId}), (V{5, 0}));
+  uint32_t bytes = 0, total = 0;
+  uint16_t time = 0;
+  uint8_t requests = 0;
+  EXPECT_EQ((V{qos_intDb_GetSfSidClusterParams(0x99, &bytes, &total, &time, &requests), bytes, total, time, requests,
+               qos_intDb_GetSfSidClusterParams(0x99, &bytes, &total, &time, nullptr)}), (V{0, 1, 2, 3, 5, -1}));
   EXPECT_EQ(qos_intDb_DeleteSfSidClusterParams(0x99), 0);
   EXPECT_EQ(qos_intDb_DeleteSfSidClusterParams(0x99), 0);  // unknown SFID: 0 too
   for (uint32_t i = 0; i < 64; ++i) ASSERT_EQ(qos_intDb_SetSfSidClusterParams(0x100 + i, 1, 1, 1, 1), 0);
   EXPECT_EQ(qos_intDb_SetSfSidClusterParams(0x200, 1, 1, 1, 1), -1);
   ASSERT_EQ(qos_intDb_SetClusterMaxNum(200), 0);
-  EXPECT_EQ(at<uint32_t>(kStats + 28), 79u);
+  EXPECT_EQ(store().stats.clusterMaxNum, 79u);
   ASSERT_EQ(add(0x99, 1, 3), 0);
   uint32_t count = 9;
   ASSERT_EQ(qos_intDb_GetClusterNumber(&count), 0);
@@ -110,8 +114,8 @@ TEST_F(SidClusters, SwitchoverCriteriaLimitsAndCount) {
 
 TEST_F(SidClusters, DumpListsRowsInUseUpToTheMark) {
   ASSERT_EQ((V{add(0x99, 1, 3), add(0x55, 2, 5)}), (V{0, 0}));
-  put<uint32_t>(cl(1, 0), 2);  // not status 1
-  put<uint32_t>(cl(2, 0), 1);  // above the mark
+  cl(1).status = 2;  // not status 1
+  cl(2).status = 1;  // above the mark
   EXPECT_EQ(captureStdout([] { EXPECT_EQ(qos_intDb_PrintSidClusters(), 0); }),
             "\n   SID Clusters List: \n\n"
             "SF ID: 153  Cluster ID: 1:\n"

@@ -7,9 +7,6 @@
 namespace qostest {
 namespace {
 
-constexpr std::size_t kControl = 79784;
-std::size_t taOff(uint32_t row, std::size_t field) { return 76784 + 300 * row + field; }
-
 uint32_t allocate(uint32_t taId, uint32_t type, uint32_t initiator) {
   uint32_t index = 99;
   EXPECT_EQ(qos_TaDb_AddNewTa(taId, type, initiator, 0, nullptr, &index), 0);
@@ -18,35 +15,29 @@ uint32_t allocate(uint32_t taId, uint32_t type, uint32_t initiator) {
 
 using Transactions = StoreTest;
 
-TEST_F(Transactions, AllocationFillsTheRowAtItsOffsetsAndEmptiesItsMessages) {
-  std::vector<uint8_t> auth(300, 0xAB);
+TEST_F(Transactions, AllocationFillsTheRowAndEmptiesItsMessages) {
+  std::vector<uint8_t> auth(256, 0xAB);
   uint32_t index = 99;
   EXPECT_EQ(qos_TaDb_AddNewTa(7, QOS_TA_DSA, 1, 256, auth.data(), &index), -1);
   qos_intDb_MsgUpdateRspBuffer(0, auth.data(), 4);
   qos_intDb_MsgSetErrorSet(0, 1, 2, 3, 4);
   ASSERT_EQ(qos_TaDb_AddNewTa(0x12345, QOS_TA_DSC, 1, 255, auth.data(), &index), 0);
+  const qos::TaRow& row = store().ta[0];
   EXPECT_EQ(index, 0u);
-  EXPECT_EQ(at<uint32_t>(taOff(0, 0)), 1u);       // rowStatus
-  EXPECT_EQ(at<uint16_t>(taOff(0, 4)), 0x2345u);  // low 16 bits of a CMTS ID
-  EXPECT_EQ(at<uint32_t>(taOff(0, 8)), 1u);       // type
-  EXPECT_EQ(at<uint32_t>(taOff(0, 12)), 1u);      // initiator
-  EXPECT_EQ(at<int32_t>(taOff(0, 28)), -1);
-  EXPECT_EQ(at<int32_t>(taOff(0, 32)), -1);
-  EXPECT_EQ(at<uint32_t>(taOff(0, 36)), 255u);  // authLen
-  EXPECT_EQ(std::memcmp(region() + taOff(0, 40), auth.data(), 255), 0);
-  EXPECT_EQ(at<uint8_t>(taOff(0, 295)), 0);      // padding untouched
-  EXPECT_EQ(at<uint32_t>(kControl + 4), 1u);     // taRowsUsed
-  EXPECT_EQ(at<uint16_t>(kControl + 8), 0u);     // no ID generated
-  EXPECT_EQ(at<uint32_t>(23588 + 4), 253u);      // error record reset
-  EXPECT_EQ(at<uint32_t>(23852 + 3204), 0u);     // response emptied
+  // The low 16 bits of a CMTS ID; the padding byte after the block untouched.
+  EXPECT_EQ(std::make_tuple(row.rowStatus, row.taId, row.type, row.initiator, row.reserved28, row.reserved32, row.authLen,
+                            row.pad295),
+            std::make_tuple(1u, uint16_t{0x2345}, 1u, 1u, -1, -1, 255u, uint8_t{0}));
+  EXPECT_EQ(std::memcmp(row.authBlock, auth.data(), 255), 0);
+  EXPECT_EQ(std::make_pair(store().taControl.taRowsUsed, store().taControl.lastCmTaId), std::make_pair(1u, uint16_t{0}));
+  EXPECT_EQ(std::make_pair(store().msgErrors[0].errorCode, store().msgs[0].rsp.length), std::make_pair(253u, 0u));
   // The block is handed out in place, not copied.
   const uint8_t two[2] = {9, 8};
-  EXPECT_EQ(qos_TaDb_SetTaAuthBlock(0, 2, two), 0);
   uint32_t len = 0;
   uint8_t* data = nullptr;
+  EXPECT_EQ(qos_TaDb_SetTaAuthBlock(0, 2, two), 0);
   ASSERT_EQ(qos_TaDb_GetTaAuthBlock(0, &len, &data), 0);
-  EXPECT_EQ(len, 2u);
-  EXPECT_EQ(data, region() + taOff(0, 40));
+  EXPECT_EQ(std::make_pair(len, data), std::make_pair(2u, &store().ta[0].authBlock[0]));
   EXPECT_TRUE(logs.records().empty());
 }
 
@@ -64,19 +55,15 @@ TEST_F(Transactions, FullTableRefusesThenReusesTheLowestFreeRow) {
   qos_intDb_ResetTaDbRow(3);
   EXPECT_EQ(allocate(0, QOS_TA_DSA, 0), 3u);
   EXPECT_EQ(allocate(0, QOS_TA_DSA, 0), 6u);
-  EXPECT_EQ(at<uint32_t>(kControl + 4), 10u);  // high-water count stays
+  EXPECT_EQ(store().taControl.taRowsUsed, 10u);  // high-water count stays
 }
 
 TEST_F(Transactions, GeneratedIdsAre15BitsAndSurviveTableResets) {
-  auto idOf = [](uint32_t row) {
-    uint16_t id = 0;
-    qos_TaDb_GetTaId(row, &id);
-    return id;
-  };
+  auto idOf = [](uint32_t row) { return store().ta[row].taId; };
   EXPECT_EQ(idOf(allocate(999, QOS_TA_DSA, 0)), 1u);  // the caller's ID is ignored for the modem's own
   qos_intDb_TaDb_reset();
   EXPECT_EQ(idOf(allocate(0, QOS_TA_DSA, 0)), 2u);
-  put<uint16_t>(kControl + 8, 0x7FFF);
+  store().taControl.lastCmTaId = 0x7FFF;
   EXPECT_EQ(idOf(allocate(0, QOS_TA_DSA, 0)), 0u);
   EXPECT_EQ(idOf(allocate(0, QOS_TA_DSA, 0)), 1u);
 }
@@ -85,11 +72,11 @@ TEST_F(Transactions, FindByTaId) {
   allocate(0x500, QOS_TA_DSA, 1);
   allocate(0x600, QOS_TA_DSD, 1);
   allocate(0x600, QOS_TA_DSC, 1);
-  uint32_t index = 99;
+  store().ta[5].taId = 0x700;  // a free row's ID does not count
+  uint32_t index = 99, other = 99;
   EXPECT_EQ(qos_TaDb_FindTaIndexByTaId(0x600, &index), 0);
   EXPECT_EQ(index, 1u);  // the lower of two rows
-  put<uint16_t>(taOff(5, 4), 0x700);  // a free row's ID does not count
-  EXPECT_EQ(qos_TaDb_FindTaIndexByTaId(0x700, &index), -1);
+  EXPECT_EQ(qos_TaDb_FindTaIndexByTaId(0x700, &other), -1);
   EXPECT_TRUE(logs.records().empty());
   EXPECT_EQ(qos_TaDb_FindTaIndexByTaId(0, &index), -1);
   ASSERT_EQ(logs.records().size(), 1u);
@@ -121,8 +108,8 @@ TEST_F(Transactions, AccessorsOnUsedAndFreeRows) {
         << c.name;
   }
   uint16_t id = 0;
-  put<uint16_t>(taOff(5, 4), 0x55);
-  EXPECT_EQ(qos_TaDb_GetTaId(5, &id), -1);  // written, then -1 for a free row
+  store().ta[5].taId = 0x55;
+  EXPECT_EQ(qos_TaDb_GetTaId(5, &id), -1);  // written, yet -1
   EXPECT_EQ(id, 0x55u);
   for (uint32_t state = 0; state <= 3; ++state) {
     uint32_t held = 9;
@@ -130,9 +117,9 @@ TEST_F(Transactions, AccessorsOnUsedAndFreeRows) {
     qos_TaDb_IsTaHeld(7, &held);
     EXPECT_EQ(held, state >= 2 ? 1u : 0u);
   }
-  put<uint32_t>(taOff(row, 24), 0xFFFFFFFF);
+  store().ta[row].retryCounter = 0xFFFFFFFF;
   EXPECT_EQ(qos_TaDb_IncRetCounter(row), 0);  // no upper bound: wraps
-  EXPECT_EQ(at<uint32_t>(taOff(row, 24)), 0u);
+  EXPECT_EQ(store().ta[row].retryCounter, 0u);
   EXPECT_TRUE(logs.records().empty());
 }
 
@@ -141,7 +128,7 @@ TEST_F(Transactions, IndexChecksLogTheFirstBadIndex) {
   const struct {
     uint32_t a, b;
     const char* bad;
-  } cases[] = {{3, 3, nullptr}, {0, 9, nullptr}, {3, 12, "12"}, {10, 11, "10"}, {0xFFFFFFFF, 1, "-1"}};
+  } cases[] = {{3, 3, nullptr}, {0, 9, nullptr}, {3, 12, "12"}, {0xFFFFFFFF, 1, "-1"}};
   for (const auto& c : cases) {
     logs.clear();
     const int32_t result = c.bad ? -1 : 0;
@@ -161,33 +148,22 @@ TEST_F(Transactions, RowResetValuesAndTableReset) {
   qos_TaDb_AddNewTa(0x77, QOS_TA_DSA, 1, 255, block.data(), &row);
   qos_TaDb_SetTaSubtype(row, 4);
   qos_TaDb_SetTaDbState(row, 3);
-  put<uint32_t>(taOff(row, 16), 0x11);
-  put<uint8_t>(taOff(row, 6), 0xEE);
-  put<uint8_t>(taOff(row, 295), 0xEE);
+  store().ta[row].reserved16 = 0x11;
+  store().ta[row].pad6 = store().ta[row].pad295 = 0xEE;
   qos_intDb_MsgSetConfCode(row, 5);
-  put<uint16_t>(kControl + 8, 1234);
+  store().taControl.lastCmTaId = 1234;
   qos_intDb_TaDb_reset();
-  std::vector<uint8_t> fresh(300, 0);  // a reset row: type 2, the reserved words at 28 and 32 -1
-  const int32_t resetWords[3][2] = {{8, 2}, {28, -1}, {32, -1}};
-  for (const auto& w : resetWords) std::memcpy(&fresh[w[0]], &w[1], 4);
+  qos::TaRow fresh;  // a reset row: type DSD, the reserved words at 28 and 32 -1
+  std::memset(&fresh, 0, sizeof fresh);
+  fresh.type = QOS_TA_DSD, fresh.reserved28 = fresh.reserved32 = -1;
   for (uint32_t i = 0; i < 10; ++i) {
-    fresh[6] = fresh[295] = i == row ? 0xEE : 0;  // padding: never written by a reset
-    EXPECT_EQ(std::vector<uint8_t>(region() + taOff(i, 0), region() + taOff(i, 300)), fresh) << i;
+    fresh.pad295 = static_cast<uint8_t>(i == row ? 0xEE : 0);  // padding: never written by a reset
+    fresh.pad6 = fresh.pad295;
+    EXPECT_EQ(std::memcmp(&store().ta[i], &fresh, sizeof fresh), 0) << i;
   }
-  EXPECT_EQ(at<uint32_t>(23588 + 24 * row), 0u);  // confirmation code reset
-  EXPECT_EQ(at<uint32_t>(kControl), 3u);
-  EXPECT_EQ(at<uint32_t>(kControl + 4), 0u);
-  EXPECT_EQ(at<uint16_t>(kControl + 8), 1234u);
-
-  // Index 10 has no transaction row: only message record 10's lengths go to 0.
-  const uint8_t bytes[4] = {1, 2, 3, 4};
-  qos_intDb_MsgUpdateRspBuffer(10, bytes, sizeof bytes);
-  qos_intDb_MsgSetErrorSet(10, 1, 2, 3, 4);
-  auto before = snapshot();
-  qos_intDb_ResetTaDbRow(10);
-  const std::size_t rspLength = 23852 + 4812 * 10 + 3204;
-  EXPECT_EQ(at<uint32_t>(rspLength), 0u);
-  EXPECT_EQ(changedOffsets(before, snapshot()).size(), 1u);  // one byte of that length: 4 -> 0
+  const qos::TaDbControl& control = store().taControl;
+  EXPECT_EQ(std::make_tuple(store().msgErrors[row].confCode, control.retryLimit, control.taRowsUsed, control.lastCmTaId),
+            std::make_tuple(0u, 3u, 0u, uint16_t{1234}));
   EXPECT_TRUE(logs.records().empty());
 }
 

@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include "frame/region.h"
 #include "qosintdb.h"
 #include "qosplatform_host.h"
 
@@ -61,6 +62,9 @@ class EventCapture {
 
 // The region as this process maps it (NULL before qos_IntDb_Init).
 uint8_t* region();
+
+// The region as the layout's rows (after qos_IntDb_Init).
+inline qos::QosIntDbRegion& store() { return *reinterpret_cast<qos::QosIntDbRegion*>(region()); }
 
 // A value of the region at a byte offset, in the host's byte order.
 template <typename T>
