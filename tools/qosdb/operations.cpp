@@ -1,6 +1,6 @@
 // operations.cpp - the dispatch table of the client API for scenarios.
 //
-// One entry per exported operation: its name, the names of its C arguments
+// One entry per line of tools/api/operations.def: its name, its arguments
 // and the function itself. The kinds of the arguments come from the C
 // types: numbers are parsed from the scenario line, output pointers point
 // at storage of the tool's own (filled with a marker first, so that only
@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "names.h"
+#include "tools/api/api.h"
 #include "qosintdb.h"
 #include "qosintdb_platform.h"
 
@@ -362,32 +363,62 @@ void showOutputs(const Slots& slots, const std::vector<std::string>& names, std:
   (std::get<I>(slots).show(names[I], outs), ...);
 }
 
-template <typename Slots, std::size_t... I>
-std::vector<std::string> inputNames(const std::vector<std::string>& names, std::index_sequence<I...>) {
-  std::vector<std::string> out;
-  auto one = [&](std::size_t i, auto* slot) {
-    using Slot = std::remove_pointer_t<decltype(slot)>;
-    if (Slot::kInput) out.push_back(names[i] + ":" + Slot::kind());
-  };
-  (one(I, static_cast<std::tuple_element_t<I, Slots>*>(nullptr)), ...);
-  (void)one;
-  return out;
-}
+// How the tool passes the arguments that C splits in two (tools/api/api.h).
+struct Kit {
+  using Bytes = const qosdb::Bytes&;
+  using Mappings = const qosdb::Mappings&;
+  using Cursor = qosdb::Cursor&;
+  static uint32_t length(Bytes b) { return b.length(); }
+  static const uint8_t* data(Bytes b) { return b.data(); }
+  static uint32_t count(Mappings m) { return m.count(); }
+  static const SidChannelMapping* entries(Mappings m) { return m.data(); }
+  static int32_t* cursor(Cursor c) { return &c.value; }
+};
+template <auto F>
+struct Adapt : qosapi::Adapt<Kit, F> {};
+
+}  // namespace
+}  // namespace qosdb
+
+// The buffers the library hands out are printed while the call holds the lock.
+namespace qosapi {
+template <auto F>
+struct Adapt<qosdb::Kit, F, int32_t (*)(uint32_t, uint32_t*, uint8_t**)> {
+  static int32_t call(uint32_t taIndex, qosdb::AuthOut& a) { return F(taIndex, &a.length, &a.data); }
+};
+template <auto F>
+struct Adapt<qosdb::Kit, F, int32_t (*)(uint32_t, uint8_t**, uint32_t*)> {
+  static int32_t call(uint32_t taIndex, qosdb::BufferOut& b) { return F(taIndex, &b.data, &b.length); }
+};
+}  // namespace qosapi
+
+namespace qosdb {
+namespace {
 
 template <typename R, typename... P>
-Operation op(const char* name, R (*fn)(P...), const char* argumentNames) {
+Operation op(const qosapi::OperationInfo& info, R (*fn)(P...)) {
   using Slots = std::tuple<typename SlotOf<P>::type...>;
   using Indexes = std::index_sequence_for<P...>;
   std::vector<std::string> names;
-  std::istringstream in(argumentNames);
-  for (std::string n; in >> n;) names.push_back(n);
+  std::vector<std::string> kinds{SlotOf<P>::type::kind()...};
+  std::istringstream in(info.arguments);
+  Operation o;
+  o.name = info.name;
+  for (std::string word; in >> word;) {
+    std::size_t i = names.size();
+    names.push_back(word.substr(0, word.find(':')));
+    if (i >= kinds.size() || word.substr(word.find(':') + 1) != kinds[i]) {
+      std::fprintf(stderr, "qosdb: %s: argument %s does not match the C declaration\n", info.name, word.c_str());
+      std::abort();
+    }
+    if (kinds[i] != "out") o.inputs.push_back(word);
+  }
   if (names.size() != sizeof...(P)) {
-    std::fprintf(stderr, "qosdb: %s: %zu argument names for %zu arguments\n", name, names.size(), sizeof...(P));
+    std::fprintf(stderr, "qosdb: %s: %zu arguments listed for %zu\n", info.name, names.size(), sizeof...(P));
     std::abort();
   }
-  Operation o;
-  o.name = name;
-  o.inputs = inputNames<Slots>(names, Indexes{});
+  o.locking = info.locking;
+  o.attaches = info.attaching == qosapi::Attaching::Attaches;
   o.prepare = [fn, names](const std::vector<std::string>& tokens) -> std::function<CallResult()> {
     auto slots = std::make_shared<Slots>();
     parseInputs(*slots, tokens, Indexes{});
@@ -407,215 +438,13 @@ Operation op(const char* name, R (*fn)(P...), const char* argumentNames) {
   return o;
 }
 
-#define OP(fn, names) op(#fn, fn, names)
-#define ADAPT(name, adapter, names) op(#name, +adapter, names)
-
 std::vector<Operation> table() {
-  std::vector<Operation> t = {
-      // Entry points and lock
-      OP(qos_IntDb_Init, ""), OP(qos_IntDb_RetrieveAccess, ""), OP(qos_IntDb_Reset, ""), OP(qos_taDb_Lock, ""),
-      OP(qos_taDb_Unlock, ""), OP(qos_intDb_SfDb_init, "base"), OP(qos_intDb_MsgDb_init, "base"),
-      OP(qos_intDb_TaDb_init, "base"), OP(qos_dbc_DbInit, "base"),
-
-      // DSX transaction table
-      ADAPT(qos_TaDb_AddNewTa,
-            [](uint32_t taId, uint32_t type, uint32_t initiator, const Bytes& auth, uint32_t* taIndex) {
-              return qos_TaDb_AddNewTa(taId, type, initiator, auth.length(), auth.data(), taIndex);
-            },
-            "taId type initiator authData taIndex"),
-      OP(qos_TaDb_FindTaIndexByTaId, "taId taIndex"), OP(qos_TaDb_GetTaId, "taIndex taId"),
-      OP(qos_TaDb_GetTaType, "taIndex type"), OP(qos_TaDb_GetTaInitiator, "taIndex initiator"),
-      OP(qos_TaDb_GetTaSubtype, "taIndex subtype"), OP(qos_TaDb_SetTaSubtype, "taIndex subtype"),
-      OP(qos_TaDb_SetTaDbState, "taIndex state"), OP(qos_TaDb_GetTaDbState, "taIndex state"),
-      OP(qos_TaDb_IsTaHeld, "taIndex held"), OP(qos_TaDb_ResetRetCounter, "taIndex"),
-      OP(qos_TaDb_IncRetCounter, "taIndex"), OP(qos_TaDb_GetRetCounter, "taIndex retries"),
-      ADAPT(qos_TaDb_SetTaAuthBlock,
-            [](uint32_t taIndex, const Bytes& auth) { return qos_TaDb_SetTaAuthBlock(taIndex, auth.length(), auth.data()); },
-            "taIndex authData"),
-      ADAPT(qos_TaDb_GetTaAuthBlock,
-            [](uint32_t taIndex, AuthOut& auth) { return qos_TaDb_GetTaAuthBlock(taIndex, &auth.length, &auth.data); },
-            "taIndex authBlock"),
-      OP(qos_TaDb_CompareTaStates, "taIndexA taIndexB"), OP(qos_TaDb_CheckTaConflict, "taIndexA taIndexB"),
-      OP(qos_intDb_ResetTaDbRow, "taIndex"), OP(qos_intDb_TaDb_reset, ""), OP(qos_TaDb_printDb, ""),
-
-      // Service flows: table, creation, lookup, deletion
-      OP(qos_intDb_SfDb_Reset, ""), OP(qos_intDb_SfDb_RowReset, "sfIndex"),
-      OP(qos_intDb_FindSfDbNextFreeIndex, "sfIndex"), OP(qos_intDb_FindSfById, "sfId sfIndex"),
-      OP(qos_intDb_GetSfDbMaxIndex, "maxIndex"), OP(qos_intDb_UpdateSfNumber, "sfNumber"),
-      OP(qos_intDb_GetSfNumber, "sfNumber"), OP(qos_intDb_GetNextSFDbIndex, ""), OP(qos_intDb_DsdReqRecieved, ""),
-      OP(qos_intDb_AddSf, "sfId ref direction"), OP(qos_intDb_AddSfReference, "ref direction taIndex"),
-      OP(qos_intDb_AddSfId, "sfId direction taIndex"), OP(qos_intDb_ChangeSF, "sfIndex taIndex"),
-      OP(qos_intDb_StartDeleteSF, "sfIndex taIndex"), OP(qos_intDb_FindSfByRef, "ref sfIndex"),
-      OP(qos_intDb_FindSfByTaAndRef, "ref taIndex sfIndex"), OP(qos_intDb_FindSFByTaIndex, "taIndex sfIndex"),
-      OP(qos_intDb_FindSFByTaIndexAndDirection, "taIndex direction sfIndex"),
-      OP(qos_intDb_NextSFIndexOfTa, "taIndex prevIndex sfIndex"),
-      OP(qos_intDb_GetSfTaIndexAndPairSf, "sfIndex taIndex pairSfIndex"),
-      OP(qos_intDb_FindNextActiveSf, "prevIndex sfIndex"), OP(qos_intDb_FindSFIdValid, "sfId"),
-
-      // Service flows: attributes, prints, substitution
-      OP(qos_intDb_GetSfRef, "sfIndex ref"), OP(qos_intDb_GetSfId, "sfIndex sfId"),
-      OP(qos_intDb_SetSfId, "sfIndex sfId"), OP(qos_intDb_GetSfSid, "sfIndex sid"),
-      OP(qos_intDb_SetSfSid, "sfIndex sid"), OP(qos_intDb_GetSFState, "sfIndex state"),
-      OP(qos_intDb_SetSFState, "sfIndex state"), OP(qos_intDb_CheckSFOperational, "sfIndex"),
-      OP(qos_intDb_GetServiceFlowDirection, "sfIndex direction"), OP(qos_intDb_GetSfDirection, "sfIndex direction"),
-      OP(qos_intDb_GetServiceFlowParamSet, "sfIndex paramSetType"),
-      OP(qos_intDb_SetServiceFlowParamSet, "sfIndex paramSetType"),
-      OP(qos_intDb_GetSfQosDbIndex, "sfIndex qosDbIndex"), OP(qos_intDb_SetSfQosDbIndex, "sfIndex qosDbIndex"),
-      OP(qos_intDb_GetSFTaIndex, "sfIndex taIndex"), OP(qos_intDb_SetSFTaIndex, "sfIndex taIndex"),
-      OP(qos_intDb_GetSFHeldTaIndex, "sfIndex heldTaIndex"), OP(qos_intDb_GetSfClusterCounter, "sfIndex counter"),
-      OP(qos_intDb_GetServiceFlowClassCounter, "sfIndex counter"),
-      OP(qos_intDb_GetServiceFlowPhsCounter, "sfIndex counter"), OP(qos_intDb_GetSfPrimaryRef, "direction ref"),
-      OP(qos_intDb_SetSfPrimaryRef, "direction ref"), OP(qos_intDb_GetActiveSfNumber, "activeSfNumber"),
-      OP(qos_intDb_fullPrintSF, "sfIndex"), OP(qos_intDb_shortPrintSF, "sfIndex"),
-      OP(qos_intDb_SubstituteSfId, "oldSfId newSfId"),
-
-      // Classifiers
-      OP(qos_intDb_FindClsfByRef, "ref clsfIndex"), OP(qos_intDb_FindClsfById, "clsfId sfId clsfIndex"),
-      OP(qos_intDb_FindClsfByTaAndRef, "ref taIndex clsfIndex"),
-      OP(qos_intDb_GetNextClsfOfSf, "sfId prevIndex clsfId clsfIndex"),
-      OP(qos_intDb_IsClsfInDeleting, "clsfIndex deleting"), OP(qos_intDb_SetClsfId, "clsfIndex clsfId"),
-      OP(qos_intDb_GetClsfId, "clsfIndex clsfId"), OP(qos_intDb_SetClsfSfid, "clsfIndex sfId"),
-      OP(qos_intDb_GetClsfSfid, "clsfIndex sfId"), OP(qos_intDb_GetClsfDbMaxIndex, "maxIndex"),
-      OP(qos_intDb_SetClsfMaxNum, "maxNum"), OP(qos_intDb_GetClsfMaxNum, "maxNum"),
-      OP(qos_intDb_GetClsfNumber, "clsfNumber"), OP(qos_intDb_FindClsfDbNextFreeIndex, "clsfIndex"),
-      OP(qos_intDb_PrintClsf, "clsfIndex"), OP(qos_intDb_AddClsf, "sfId sfRef clsfRef"),
-      OP(qos_intDb_AddClsfRef, "sfRef clsfRef taIndex"), OP(qos_intDb_AddClsfId, "sfId clsfId taIndex"),
-      OP(qos_intDb_AppendClsfRef, "sfIndex clsfRef taIndex"), OP(qos_intDb_AppendClsfId, "sfIndex clsfId taIndex"),
-      OP(qos_intDb_ChangeClassifier, "sfIndex clsfIndex taIndex"),
-      OP(qos_intDb_DeleteClassifier, "sfIndex clsfIndex taIndex"),
-
-      // PHS rules
-      OP(qos_intDb_AddPhs, "sfRef clsfRef"), OP(qos_intDb_AddPhsRef, "sfRef clsfRef taIndex"),
-      OP(qos_intDb_AddPhsId, "sfId clsfId taIndex"), OP(qos_intDb_AppendPhs_ClsfRef, "sfId clsfRef taIndex"),
-      OP(qos_intDb_AppendPhs_ClsfId, "sfId clsfId taIndex"), OP(qos_intDb_ChangePhs, "sfId clsfId taIndex"),
-      OP(qos_intDb_DeletePhs, "sfId taIndex deleteAll"),
-
-      // SID clusters and switchover criteria
-      OP(qos_intDb_AddSfSidCluster, "sfId clusterId channels"), OP(qos_intDb_DelSfSidCluster, "sfId clusterId"),
-      OP(qos_intDb_DeleteSidClustersOfSf, "sfId"), OP(qos_intDb_GetSfSidCluster, "sfId clusterId channels"),
-      ADAPT(qos_intDb_GetNextSfSidCluster,
-            [](uint32_t sfId, Cursor& rowIndex, uint8_t* clusterId, SidChannelMapping* channels) {
-              return qos_intDb_GetNextSfSidCluster(sfId, &rowIndex.value, clusterId, channels);
-            },
-            "sfId rowIndex clusterId channels"),
-      OP(qos_intDb_GetSidClusterTableRow, "sfId clusterId ucid sid"), OP(qos_intDb_PrintSidClusters, ""),
-      OP(qos_intDb_SetSfSidClusterParams,
-         "sfId maxOutstandingBytes maxTotalBytesRequested maxTimeInCluster maxRequests"),
-      OP(qos_intDb_GetSfSidClusterParams,
-         "sfId maxOutstandingBytes maxTotalBytesRequested maxTimeInCluster maxRequests"),
-      OP(qos_intDb_DeleteSfSidClusterParams, "sfId"), OP(qos_intDb_GetClusterDbMaxIndex, "maxIndex"),
-      OP(qos_intDb_GetClusterMaxNum, "maxNum"), OP(qos_intDb_SetClusterMaxNum, "maxNum"),
-      OP(qos_intDb_GetClusterNumber, "clusterNumber"), OP(qos_intDb_FindClusterDbNextFreeIndex, "rowIndex"),
-
-      // DSX message store
-      OP(qos_intDb_MsgDb_reset, ""), OP(qos_intDb_MsgInitBufferForTa, "taIndex type noHeader"),
-      OP(qos_intDb_MsgResetTaBuffer, "taIndex"),
-      ADAPT(qos_intDb_MsgAddReqBufferTlv,
-            [](uint32_t taIndex, uint32_t type, const Bytes& v) {
-              return qos_intDb_MsgAddReqBufferTlv(taIndex, type, v.length(), v.data());
-            },
-            "taIndex type value"),
-      ADAPT(qos_intDb_MsgAddRspBufferTlv,
-            [](uint32_t taIndex, uint32_t type, const Bytes& v) {
-              return qos_intDb_MsgAddRspBufferTlv(taIndex, type, v.length(), v.data());
-            },
-            "taIndex type value"),
-      ADAPT(qos_intDb_MsgAddAckBufferTlv,
-            [](uint32_t taIndex, uint32_t type, const Bytes& v) {
-              return qos_intDb_MsgAddAckBufferTlv(taIndex, type, v.length(), v.data());
-            },
-            "taIndex type value"),
-      ADAPT(qos_intDb_MsgAddReqBufferField,
-            [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgAddReqBufferField(taIndex, b.length(), b.data()); },
-            "taIndex field"),
-      ADAPT(qos_intDb_MsgAddRspBufferField,
-            [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgAddRspBufferField(taIndex, b.length(), b.data()); },
-            "taIndex field"),
-      ADAPT(qos_intDb_MsgAddAckBufferField,
-            [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgAddAckBufferField(taIndex, b.length(), b.data()); },
-            "taIndex field"),
-      ADAPT(qos_intDb_MsgUpdateReqBuffer,
-            [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgUpdateReqBuffer(taIndex, b.data(), b.length()); },
-            "taIndex message"),
-      ADAPT(qos_intDb_MsgUpdateRspBuffer,
-            [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgUpdateRspBuffer(taIndex, b.data(), b.length()); },
-            "taIndex message"),
-      ADAPT(qos_intDb_MsgUpdateAckBuffer,
-            [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgUpdateAckBuffer(taIndex, b.data(), b.length()); },
-            "taIndex message"),
-      ADAPT(qos_intDb_MsgGetReqBuffer,
-            [](uint32_t taIndex, BufferOut& b) { return qos_intDb_MsgGetReqBuffer(taIndex, &b.data, &b.length); },
-            "taIndex data"),
-      ADAPT(qos_intDb_MsgGetRspBuffer,
-            [](uint32_t taIndex, BufferOut& b) { return qos_intDb_MsgGetRspBuffer(taIndex, &b.data, &b.length); },
-            "taIndex data"),
-      ADAPT(qos_intDb_MsgGetAckBuffer,
-            [](uint32_t taIndex, BufferOut& b) { return qos_intDb_MsgGetAckBuffer(taIndex, &b.data, &b.length); },
-            "taIndex data"),
-      ADAPT(qos_intDb_MsgGetMsgSendBuff,
-            [](uint32_t taIndex, BufferOut& b) { return qos_intDb_MsgGetMsgSendBuff(taIndex, &b.data, &b.length); },
-            "taIndex data"),
-      OP(qos_intDb_MsgDbPrint, "taIndex"), OP(qos_intDb_MsgReqPrint, "taIndex type"),
-      OP(qos_intDb_MsgRspPrint, "taIndex type"), OP(qos_intDb_MsgAckPrint, "taIndex type"),
-      OP(qos_intDb_MsgSetConfCode, "taIndex confCode"), OP(qos_intDb_MsgGetConfCode, "taIndex confCode"),
-      OP(qos_intDb_MsgUpdateError, "taIndex confCode"),
-      OP(qos_intDb_MsgSetErrorSet, "taIndex errorCode errorType errorSubType errorSubType2"),
-      OP(qos_intDb_MsgGetErrorCode, "taIndex errorCode"), OP(qos_intDb_MsgGetErrorType, "taIndex errorType"),
-      OP(qos_intDb_MsgGetErrorSubType, "taIndex errorSubType errorSubType2"),
-      OP(qos_intDb_MsgSetErroredSfId, "taIndex sfId"), OP(qos_intDb_MsgGetErroredSfId, "taIndex sfId"),
-      OP(qos_intDb_MsgResetError, "taIndex"),
-
-      // Transaction outcomes
-      OP(qos_intDb_UpdateSfOnTaSucceeded, "taIndex"), OP(qos_intDb_UpdateSfOnTaFailure, "taIndex"),
-      OP(qos_intDb_UpdateSfOnTaError, "taIndex"), OP(qos_intDb_UpdateSfOnTaForcedEnd, "taIndex"),
-      OP(qos_intDb_UpdateSfOnTaEnd, "taIndex"), OP(qos_intDb_UpdateSfAddAbort, "taIndex"),
-      OP(qos_intDb_UpdateSfOnTaAckLost, "taIndex"), OP(qos_intDb_UpdateOnRegFinish, ""),
-
-      // Active upstream flows and active PHS entries
-      OP(qos_intDb_FillActiveUsSfTable, ""), OP(qos_intDb_AddActiveUsSfEntry, "sfId"),
-      OP(qos_intDb_DeleteActiveUsSfEntry, "sfId"), OP(qos_intDb_GetActiveSfIndexBySfid, "sfId activeIndex"),
-      OP(qos_intDb_GetActiveSfId, "activeIndex sfId"), OP(qos_intDb_SetActiveSfId, "activeIndex sfId"),
-      OP(qos_intDb_PrintActiveSfDB, ""), OP(qos_intDb_AddActivePhsEntry, "sfId clsfId phsi direction"),
-      OP(qos_intDb_AddActivePhsEntryByDsid, "dsid"),
-      OP(qos_intDb_DeleteActivePhsEntry, "sfId clsfId phsi direction"),
-      OP(qos_intDb_DeleteActivePhsEntryByIndex, "activePhsIndex direction"),
-      OP(qos_intDb_GetActivePhsIndex, "sfId direction activePhsIndex"),
-      OP(qos_intDb_GetActivePhsIndexByClsf, "sfId clsfId direction activePhsIndex"),
-      OP(qos_intDb_GetActivePhsIndexByDsid, "dsid activePhsIndex"),
-      OP(qos_intDb_GetActivePhsInfo, "activePhsIndex direction sfId clsfId phsi"),
-      OP(qos_intDb_SetActivePhsSfid, "activePhsIndex direction sfId"), OP(qos_intDb_PrintActivePhsDB, ""),
-
-      // Registration check and SNMP walks
-      OP(qos_intDb_CheckCorrectness, ""), OP(qos_intDb_GetSnmpNextSid, "sid nextSid"),
-      OP(qos_intDb_GetNextCmServiceTableIndex, "ifIndex sid usIfIndex nextIfIndex nextSid"),
-      OP(qos_intDb_GetCmServiceTableAttr, "usPort sid activeIndex value2 value3"),
-      OP(qos_intDb_GetNextSfSidClusterTableIndex, "sfId clusterId ucid nextSfId nextClusterId nextUcid"),
-
-      // Bonding change store
-      OP(qos_dbc_DbReset, ""),
-      ADAPT(qos_dbc_AddSfSidClusterMod,
-            [](uint32_t sfId, uint8_t clusterId, const Mappings& m) {
-              return qos_dbc_AddSfSidClusterMod(sfId, clusterId, m.count(), m.data());
-            },
-            "sfId clusterId mappings"),
-      OP(qos_dbc_VerifyAllSidClusterMaps, "channelUcids"), OP(qos_dbc_SetActions, ""),
-      OP(qos_dbc_ActiveDbAddSid, "sfId clusterId port sid"), OP(qos_dbc_RefreshBitmaps, ""),
-      OP(qos_dbc_UpdateSfSidClusterDb, ""), OP(qos_dbc_SetSfChannelActive, "sfId channel active"),
-      OP(qos_dbc_GetSfChannelBitmap, "sfId bitmap"), OP(qos_dbc_ResetSfBitmaps, ""),
+  return {
+#define QOS_OP(family, fn, locking, attaching, arguments) \
+  op(QOSAPI_INFO(family, fn, locking, attaching, arguments), Adapt<&fn>::call),
+#include "tools/api/operations.def"
+#undef QOS_OP
   };
-
-  for (Operation& o : t) {
-    if (o.name == "qos_TaDb_AddNewTa" || o.name == "qos_intDb_ResetTaDbRow" || o.name == "qos_intDb_TaDb_reset" ||
-        o.name == "qos_IntDb_Init" || o.name == "qos_IntDb_Reset") {
-      o.locking = Locking::Itself;
-    } else if (o.name == "qos_taDb_Lock") {
-      o.locking = Locking::Takes;
-    } else if (o.name == "qos_taDb_Unlock") {
-      o.locking = Locking::Gives;
-    }
-    o.attaches = o.name == "qos_IntDb_Init" || o.name == "qos_IntDb_RetrieveAccess";
-  }
-  return t;
 }
 
 }  // namespace

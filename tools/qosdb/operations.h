@@ -18,6 +18,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/api/api.h"
+
 namespace qosdb {
 
 struct CallResult {
@@ -33,12 +35,7 @@ struct ArgError {
   std::string message;
 };
 
-enum class Locking {
-  ByCaller,  // the tool holds the lock around the call
-  Itself,    // takes the lock by itself: the caller must not hold it
-  Takes,     // qos_taDb_Lock
-  Gives      // qos_taDb_Unlock
-};
+using Locking = qosapi::Locking;  // ByCaller: the tool holds the lock around the call
 
 struct Operation {
   std::string name;
