@@ -249,27 +249,37 @@ TEST_F(QosdbShow, BadCommandsAndMalformedScenariosChangeNothing) {
       {{"unlock", "--force"}, {1, "qosdb: the lock is not taken (value 1); nothing to free\n"}},
       {{"run", "/nonexistent.qos"}, {2, "qosdb: cannot read scenario /nonexistent.qos\n"}},
   };
-  const std::pair<std::string, std::string> scenarios[] = {  // the bad line, the error; stops at its line
-      {"qos_intDb_Frobnicate 1", "unknown operation 'qos_intDb_Frobnicate' (qosdb run --list shows them all)"},
-      {"qos_intDb_AddSf 1 2", "qos_intDb_AddSf takes 3 arguments (sfId:u32 ref:u32 direction:u32), 2 given"},
+  const std::pair<std::string, std::string> scenarios[] = {  // the bad line, "col: error"; stops at its line
+      {"qos_intDb_Frobnicate 1", "1: unknown operation 'qos_intDb_Frobnicate' (qosdb run --list shows them all)"},
+      {"qos_intDb_AddSf 1 2", "20: qos_intDb_AddSf takes 3 arguments (sfId:u32 ref:u32 direction:u32), 2 given"},
+      {"  qos_intDb_GetSfNumber 1 2", "25: qos_intDb_GetSfNumber takes 0 arguments, 2 given"},
       {"qos_intDb_AddSf 1 x2 2",
-       "argument 2 (ref:u32) of qos_intDb_AddSf: 'x2' is not a number (decimal, 0x-hex or negative)"},
-      {"qos_intDb_DelSfSidCluster 1 256", "argument 2 (clusterId:u8) of qos_intDb_DelSfSidCluster: '256' does not fit a u8"},
+       "19: argument 2 (ref:u32) of qos_intDb_AddSf: 'x2' is not a number (decimal, 0x-hex or negative)"},
+      {"qos_intDb_AddSf 0x100000000 1 2",
+       "17: argument 1 (sfId:u32) of qos_intDb_AddSf: '0x100000000' is not a number (decimal, 0x-hex or negative)"},
+      {"qos_intDb_DelSfSidCluster 1 256", "29: argument 2 (clusterId:u8) of qos_intDb_DelSfSidCluster: '256' does not fit a u8"},
       {"qos_intDb_MsgUpdateReqBuffer 0 abc",
-       "argument 2 (message:bytes) of qos_intDb_MsgUpdateReqBuffer: 'abc' is no byte string (pairs of hex digits like "
-       "0a1b or 0a:1b, a repetition like 00*16, - or NULL)"},
-      {"qos_intDb_AddSfSidCluster 1 1 1-2", "argument 3 (channels:mappings) of qos_intDb_AddSfSidCluster: '1-2' is no "
-                                            "mapping (ucid/sid, optionally add: or del: first)"},
+       "32: argument 2 (message:bytes) of qos_intDb_MsgUpdateReqBuffer: 'abc' is no byte string (pairs of hex digits "
+       "like 0a1b or 0a:1b, a repetition like 00*16, - or NULL)"},
+      {"qos_intDb_MsgUpdateReqBuffer 0 00*70000",
+       "35: argument 2 (message:bytes) of qos_intDb_MsgUpdateReqBuffer: '70000' does not fit a repetition (0..65536)"},
+      {"qos_intDb_AddSfSidCluster 1 1 1/2,1-2", "35: argument 3 (channels:mappings) of qos_intDb_AddSfSidCluster: '1-2' "
+                                                "is no mapping (ucid/sid, optionally add: or del: first)"},
+      {"qos_intDb_AddSfSidCluster 1 1 add:1/0x10000", "37: argument 3 (channels:mappings) of qos_intDb_AddSfSidCluster: "
+                                                      "'0x10000' does not fit a SID (0..65535)"},
+      {"qos_intDb_GetNextCmServiceTableIndex 4 0 1,2,3",
+       "42: argument 3 (usIfIndex:u32x4) of qos_intDb_GetNextCmServiceTableIndex: '1,2,3' is not four numbers "
+       "separated by commas"},
       {"qos_taDb_Lock\nqos_intDb_ResetTaDbRow 0",
-       "qos_intDb_ResetTaDbRow would wait for the lock that this scenario holds (take it with qos_taDb_Lock, give it "
-       "back with qos_taDb_Unlock first)"},
+       "1: qos_intDb_ResetTaDbRow would wait for the lock that this scenario holds (take it with qos_taDb_Lock, give "
+       "it back with qos_taDb_Unlock first)"},
   };
   auto before = qostest::snapshot();
   for (const auto& [args, expected] : commands) EXPECT_EQ(qosdb(args), expected);
   for (const auto& [line, error] : scenarios) {
     std::string path = writeScenario("qos_intDb_AddSf 0x99 9 2\n" + line + "\n");
     int at = 2 + static_cast<int>(std::count(line.begin(), line.end(), '\n'));
-    EXPECT_EQ(qosdb({"run", path}), (Out{2, "qosdb: " + path + ":" + std::to_string(at) + ": " + error + "\n"}));
+    EXPECT_EQ(qosdb({"run", path}), (Out{2, "qosdb: " + path + ":" + std::to_string(at) + ":" + error + "\n"}));
     unlink(path.c_str());
   }
   EXPECT_EQ(qostest::changedOffsets(before, qostest::snapshot()), std::vector<std::size_t>{});

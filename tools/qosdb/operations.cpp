@@ -2,7 +2,7 @@
 //
 // One entry per line of tools/api/operations.def: its name, its arguments
 // and the function itself. The kinds of the arguments come from the C
-// types: numbers are parsed from the scenario line, output pointers point
+// types: inputs come from the scenario line, output pointers point
 // at storage of the tool's own (filled with a marker first, so that only
 // what the operation wrote is printed). Where the C signature passes a
 // (length, pointer) pair, an in/out cursor or an address out, a small
@@ -28,7 +28,6 @@ namespace qosdb {
 namespace {
 
 constexpr uint8_t kUnwritten = 0xA5;  // outputs are filled with it before the call
-constexpr uint32_t kMaxRepeat = 65536;
 
 template <typename T>
 void markUnwritten(T& value) {
@@ -42,44 +41,6 @@ bool written(const T& value) {
   return std::memcmp(&value, &marker, sizeof value) != 0;
 }
 
-// Decimal, 0x-hex, optionally negative; at most 32 bits of magnitude.
-bool parseInteger(const std::string& text, int64_t& out) {
-  std::size_t i = 0;
-  bool negative = i < text.size() && text[i] == '-';
-  if (negative) ++i;
-  int base = 10;
-  if (text.size() > i + 2 && text[i] == '0' && (text[i + 1] == 'x' || text[i + 1] == 'X')) {
-    base = 16;
-    i += 2;
-  }
-  if (i >= text.size()) return false;
-  uint64_t value = 0;
-  for (; i < text.size(); ++i) {
-    char c = text[i];
-    int digit = c >= '0' && c <= '9' ? c - '0' : (c >= 'a' && c <= 'f') ? c - 'a' + 10 : (c >= 'A' && c <= 'F') ? c - 'A' + 10 : 99;
-    if (digit >= base) return false;
-    value = value * static_cast<uint64_t>(base) + static_cast<uint64_t>(digit);
-    if (value > 0xFFFFFFFFull) return false;
-  }
-  out = negative ? -static_cast<int64_t>(value) : static_cast<int64_t>(value);
-  return true;
-}
-
-int64_t number(const std::string& token, int64_t low, int64_t high, const char* kind) {
-  int64_t v = 0;
-  if (!parseInteger(token, v)) throw "'" + token + "' is not a number (decimal, 0x-hex or negative)";
-  if (v < low || v > high) throw "'" + token + "' does not fit a " + kind;
-  return v;
-}
-
-std::vector<std::string> split(const std::string& text, char sep) {
-  std::vector<std::string> out;
-  std::string part;
-  std::istringstream in(text);
-  while (std::getline(in, part, sep)) out.push_back(part);
-  return out;
-}
-
 bool hexName(const std::string& name) {
   auto ends = [&name](const char* tail) {
     std::size_t n = std::strlen(tail);
@@ -88,18 +49,19 @@ bool hexName(const std::string& name) {
   return ends("Id") || ends("Sid") || name == "sid" || name == "bitmap";
 }
 
-// ---- Argument slots: how one C argument is parsed, passed and printed ----------
+// ---- Argument slots: how one C argument is taken, passed and printed ----------
+//
+// An input slot takes its argument as the scenario reader checked it
+// (tools/api/scenario.h); kind() is the kind operations.def must give it.
+
+using qosapi::Argument;
 
 template <typename T>
 struct Number {
   static constexpr bool kInput = true;
   static const char* kind();
-  static int64_t low();
-  static int64_t high();
   T value{};
-  void parse(const std::string& token) {
-    value = static_cast<T>(static_cast<uint32_t>(number(token, low(), high(), kind())));
-  }
+  void take(const Argument& a) { value = static_cast<T>(static_cast<uint32_t>(a.number)); }
   T pass() const { return value; }
   void show(const std::string&, std::vector<std::string>&) const {}
 };
@@ -107,14 +69,6 @@ template <> const char* Number<uint8_t>::kind() { return "u8"; }
 template <> const char* Number<uint16_t>::kind() { return "u16"; }
 template <> const char* Number<uint32_t>::kind() { return "u32"; }
 template <> const char* Number<int32_t>::kind() { return "i32"; }
-template <> int64_t Number<uint8_t>::low() { return 0; }
-template <> int64_t Number<uint16_t>::low() { return 0; }
-template <> int64_t Number<uint32_t>::low() { return INT32_MIN; }
-template <> int64_t Number<int32_t>::low() { return INT32_MIN; }
-template <> int64_t Number<uint8_t>::high() { return UINT8_MAX; }
-template <> int64_t Number<uint16_t>::high() { return UINT16_MAX; }
-template <> int64_t Number<uint32_t>::high() { return UINT32_MAX; }
-template <> int64_t Number<int32_t>::high() { return UINT32_MAX; }
 
 template <typename T>
 std::string valueText(const std::string& name, T value) {
@@ -141,7 +95,7 @@ struct Cursor {
   static constexpr bool kInput = true;
   static const char* kind() { return "i32"; }
   int32_t value = 0;
-  void parse(const std::string& token) { value = static_cast<int32_t>(static_cast<uint32_t>(number(token, INT32_MIN, UINT32_MAX, "i32"))); }
+  void take(const Argument& a) { value = static_cast<int32_t>(static_cast<uint32_t>(a.number)); }
   Cursor& pass() { return *this; }
   void show(const std::string& name, std::vector<std::string>& outs) const {
     outs.push_back(name + "=" + std::to_string(value));
@@ -156,33 +110,9 @@ struct Bytes {
   uint32_t size = 0;
   bool null = false;
 
-  void parse(const std::string& token) {
-    if (token == "NULL") {
-      null = true;
-      return;
-    }
-    if (token == "-") return;
-    std::vector<std::string> parts = split(token, '*');
-    uint32_t repeat = 1;
-    if (parts.size() == 2) {
-      repeat = static_cast<uint32_t>(number(parts[1], 0, kMaxRepeat, "repetition (0..65536)"));
-    } else if (parts.size() != 1) {
-      throw "'" + token + "' is no byte string (pairs of hex digits like 0a1b, a repetition like 00*16, - or NULL)";
-    }
-    std::string digits;
-    for (char c : parts[0]) {
-      if (c != ':' && c != '.') digits += c;
-    }
-    const std::string bad = "'" + token + "' is no byte string (pairs of hex digits like 0a1b or 0a:1b, a repetition like 00*16, - or NULL)";
-    if (digits.empty() || digits.size() % 2 != 0) throw bad;
-    std::vector<uint8_t> once;
-    for (std::size_t i = 0; i < digits.size(); i += 2) {
-      int64_t byte = 0;
-      if (!parseInteger("0x" + digits.substr(i, 2), byte)) throw bad;
-      once.push_back(static_cast<uint8_t>(byte));
-    }
-    buffer.clear();
-    for (uint32_t r = 0; r < repeat; ++r) buffer.insert(buffer.end(), once.begin(), once.end());
+  void take(const Argument& a) {
+    null = a.null;
+    buffer = a.expanded();
     size = static_cast<uint32_t>(buffer.size());
     if (buffer.empty()) buffer.push_back(0);
   }
@@ -202,33 +132,11 @@ struct Mappings {
   uint32_t given = 0;
   bool null = false;
 
-  void parse(const std::string& token) {
-    if (token == "NULL") {
-      null = true;
-      return;
-    }
-    if (token != "-") {
-      for (const std::string& entry : split(token, ',')) entries.push_back(parseEntry(entry));
-    }
+  void take(const Argument& a) {
+    null = a.null;
+    entries = a.mappings;
     given = static_cast<uint32_t>(entries.size());
     if (entries.size() < QOS_CHANNELS_PER_CLUSTER) entries.resize(QOS_CHANNELS_PER_CLUSTER, SidChannelMapping{});
-  }
-  static SidChannelMapping parseEntry(const std::string& entry) {
-    SidChannelMapping m{};
-    std::string rest = entry;
-    std::size_t colon = rest.find(':');
-    if (colon != std::string::npos) {
-      std::string action = rest.substr(0, colon);
-      m.action = action == "add" ? uint32_t{QOS_MAP_ADD}
-                 : action == "del" ? uint32_t{QOS_MAP_DELETE}
-                                   : static_cast<uint32_t>(number(action, 0, UINT32_MAX, "mapping action (add, del or a number)"));
-      rest = rest.substr(colon + 1);
-    }
-    std::vector<std::string> pair = split(rest, '/');
-    if (pair.size() != 2) throw "'" + entry + "' is no mapping (ucid/sid, optionally add: or del: first)";
-    m.ucid = static_cast<uint8_t>(number(pair[0], 0, UINT8_MAX, "UCID (0..255)"));
-    m.sid = static_cast<uint16_t>(number(pair[1], 0, UINT16_MAX, "SID (0..65535)"));
-    return m;
   }
   const SidChannelMapping* data() const { return null ? nullptr : entries.data(); }
   uint32_t count() const { return given; }
@@ -261,14 +169,9 @@ struct Quad {
   static const char* kind() { return "u32x4"; }
   uint32_t values[4] = {};
   bool null = false;
-  void parse(const std::string& token) {
-    if (token == "NULL") {
-      null = true;
-      return;
-    }
-    std::vector<std::string> parts = split(token, ',');
-    if (parts.size() != 4) throw "'" + token + "' is not four numbers separated by commas";
-    for (std::size_t i = 0; i < 4; ++i) values[i] = static_cast<uint32_t>(number(parts[i], 0, UINT32_MAX, "u32"));
+  void take(const Argument& a) {
+    null = a.null;
+    std::copy(std::begin(a.four), std::end(a.four), values);
   }
   const uint32_t* pass() const { return null ? nullptr : values; }
   void show(const std::string&, std::vector<std::string>&) const {}
@@ -279,10 +182,7 @@ struct RegionBase {
   static constexpr bool kInput = true;
   static const char* kind() { return "region"; }
   bool null = false;
-  void parse(const std::string& token) {
-    if (token != "region" && token != "NULL") throw "'" + token + "' is neither region nor NULL";
-    null = token == "NULL";
-  }
+  void take(const Argument& a) { null = a.null; }
   void* pass() const { return null ? nullptr : shm_get(1, QOS_REGION_SEGMENT_ID); }
   void show(const std::string&, std::vector<std::string>&) const {}
 };
@@ -341,17 +241,10 @@ template <> struct SlotOf<void*> { using type = RegionBase; };
 // ---- One entry of the table ------------------------------------------------------
 
 template <typename Slots, std::size_t... I>
-void parseInputs(Slots& slots, const std::vector<std::string>& tokens, std::index_sequence<I...>) {
+void takeInputs(Slots& slots, const std::vector<Argument>& inputs, std::index_sequence<I...>) {
   std::size_t next = 0;
   auto one = [&](auto& slot) {
-    if constexpr (std::decay_t<decltype(slot)>::kInput) {
-      try {
-        slot.parse(tokens.at(next));
-      } catch (const std::string& why) {
-        throw ArgError{next, why};
-      }
-      ++next;
-    }
+    if constexpr (std::decay_t<decltype(slot)>::kInput) slot.take(inputs.at(next++));
   };
   (one(std::get<I>(slots)), ...);
   (void)one;
@@ -419,9 +312,9 @@ Operation op(const qosapi::OperationInfo& info, R (*fn)(P...)) {
   }
   o.locking = info.locking;
   o.attaches = info.attaching == qosapi::Attaching::Attaches;
-  o.prepare = [fn, names](const std::vector<std::string>& tokens) -> std::function<CallResult()> {
+  o.prepare = [fn, names](const std::vector<Argument>& inputs) -> std::function<CallResult()> {
     auto slots = std::make_shared<Slots>();
-    parseInputs(*slots, tokens, Indexes{});
+    takeInputs(*slots, inputs, Indexes{});
     return [fn, names, slots]() {
       CallResult r;
       auto call = [fn](auto&... s) { return fn(s.pass()...); };

@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/api/api.h"
+#include "tools/api/scenario.h"
 
 namespace qosdb {
 
@@ -28,13 +28,6 @@ struct CallResult {
   std::vector<std::string> outputs;  // "name=value" for every output the call wrote
 };
 
-// An argument that does not parse: its position among the inputs (from 0)
-// and why.
-struct ArgError {
-  std::size_t index;
-  std::string message;
-};
-
 using Locking = qosapi::Locking;  // ByCaller: the tool holds the lock around the call
 
 struct Operation {
@@ -42,8 +35,8 @@ struct Operation {
   std::vector<std::string> inputs;  // "name:kind" of each input argument
   Locking locking = Locking::ByCaller;
   bool attaches = false;            // creates or attaches to the store itself
-  // Parses the input tokens (throws ArgError); the call, ready to run.
-  std::function<std::function<CallResult()>(const std::vector<std::string>&)> prepare;
+  // The call with these inputs (as readScenario checked them), ready to run.
+  std::function<std::function<CallResult()>(const std::vector<qosapi::Argument>&)> prepare;
 };
 
 const std::vector<Operation>& operations();
