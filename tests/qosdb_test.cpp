@@ -8,9 +8,6 @@
 
 #include <algorithm>
 #include <fstream>
-#include <regex>
-#include <set>
-#include <sstream>
 
 #include <nlohmann/json.hpp>
 

@@ -186,9 +186,10 @@ struct Arg<T*, std::enable_if_t<!std::is_const_v<T> && !std::is_void_v<T>>> {
 };
 
 template <typename R, typename... P>
-Operation op(const char* name, R (*fn)(P...)) {
+Operation op(const char* name, R (*fn)(P...), Locking locking = Locking::ByCaller) {
   Operation o;
   o.name = name;
+  o.locking = locking;
   o.kinds = std::string{Arg<P>::kind...};
   o.run = [fn](Call& c) {
     gPointerOutputs.clear();
@@ -224,38 +225,12 @@ struct Kit {
   static int32_t* cursor(Cursor c) { return c.value; }
 };
 
-// The letter of each kind of operations.def (the harness's own steps are not listed there).
-char letterOf(std::string_view kind) {
-  if (kind == "bytes") return 'b';
-  if (kind == "mappings") return 'm';
-  if (kind == "u32x4") return 'f';
-  if (kind == "region") return 'r';
-  if (kind == "out") return 'O';
-  return 'n';
-}
-
-// The inputs of the entry are those of the C declaration (outputs may be
-// listed as one where C passes two, such as an address and its length).
-Operation listed(const qosapi::OperationInfo& info, Operation o) {
-  std::string inputs, declared;
-  for (std::size_t i = 0; !qosapi::argumentKind(info, i).empty(); ++i) inputs += letterOf(qosapi::argumentKind(info, i));
-  for (char k : o.kinds) declared += k == 'l' ? 'm' : k == 'c' ? 'n' : k;
-  inputs.erase(std::remove(inputs.begin(), inputs.end(), 'O'), inputs.end());
-  declared.erase(std::remove(declared.begin(), declared.end(), 'O'), declared.end());
-  if (inputs != declared) {
-    std::fprintf(stderr, "fuzz: %s: the arguments of operations.def do not match the C declaration\n", info.name);
-    std::abort();
-  }
-  o.locking = info.locking;
-  return o;
-}
-
 #define ADAPT(name, adapter) op(#name, +adapter)
 
 std::vector<Operation> table() {
   std::vector<Operation> t = {
 #define QOS_OP(family, fn, locking, attaching, arguments) \
-  listed(QOSAPI_INFO(family, fn, locking, attaching, arguments), op(#fn, qosapi::Adapt<Kit, &fn>::call)),
+  op(#fn, qosapi::Adapt<Kit, &fn>::call, ::qosapi::Locking::locking),
 #include "tools/api/operations.def"
 #undef QOS_OP
 
