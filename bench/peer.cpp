@@ -18,8 +18,9 @@ namespace qosbench {
 namespace {
 
 // The region's tables the work touches, as tools/schema describes them (a
-// column per field, nested records and arrays flattened: channels0_ucid),
-// and an index for every lookup.
+// column per field, nested records and arrays flattened: channels0_ucid;
+// a new row holds zeros, as a free row of the region), and an index for
+// every lookup.
 const char* const kTables[] = {"ta", "taControl", "msgs", "msgErrors", "sf", "clsf", "sidClusters"};
 const char* const kIndexes = R"sql(
 CREATE INDEX ta_status ON ta(rowStatus);
@@ -37,7 +38,7 @@ std::vector<qosschema::Column> sqlColumns(const qosschema::Table& t) { return qo
 
 std::string createTable(const qosschema::Table& t) {
   std::string sql = std::string("CREATE TABLE ") + t.name + "(idx INTEGER PRIMARY KEY";
-  for (const auto& c : sqlColumns(t)) sql += ", " + c.name + (c.field.bytes ? " BLOB" : " INT");
+  for (const auto& c : sqlColumns(t)) sql += ", " + c.name + (c.field.bytes ? " BLOB DEFAULT x''" : " INT DEFAULT 0");
   return sql + ");";
 }
 
@@ -212,9 +213,7 @@ struct LifecycleSql {
         sfByRefTa(p.prepare("SELECT min(idx) FROM sf WHERE ref=?1 AND taIndex=?2")),
         sfByRef(p.prepare("SELECT min(idx) FROM sf WHERE ref=?1")),
         insertSf(p.prepare(
-            "INSERT INTO sf(state, sfId, ref, direction, committed, sid, sidClusterIndex, paramSetType, taIndex, "
-            "heldTaIndex, pairSfIndex, qosDbIndex, sidClusterCounter, clsfCounter, phsCounter, appendedClsfCounter, "
-            "deletedClsfCounter) VALUES(2, 0, ?1, ?2, 0, 0, 0, 0, ?3, -1, 0, -1, 0, 0, 0, 0, 0)")),
+            "INSERT INTO sf(state, ref, direction, taIndex, heldTaIndex, qosDbIndex) VALUES(2, ?1, ?2, ?3, -1, -1)")),
         clsfByRefTa(p.prepare("SELECT idx, status, sfRef FROM clsf WHERE ref=?1 AND taIndex=?2 ORDER BY idx LIMIT 1")),
         insertClsf(p.prepare("INSERT INTO clsf(status, ref, clsfId, sfRef, sfId, taIndex) VALUES(2, ?1, 0, ?2, 0, ?3)")),
         countClsf(p.prepare("UPDATE sf SET clsfCounter=clsfCounter+1 WHERE idx=?1")),
