@@ -55,19 +55,4 @@ TEST(Api, TheTableListsEveryExportedFunctionOnceAndNothingElse) {
   }
 }
 
-TEST(Api, EveryEntryHasKnownKindsAndTheLockRulesOfAClient) {
-  const std::set<std::string> kinds{"u8", "u16", "u32", "i32", "bytes", "mappings", "u32x4", "region", "out"};
-  std::set<std::string> itself, attaching;
-  for (const auto& o : qosapi::kOperations) {
-    for (std::size_t i = 0; !qosapi::argumentKind(o, i).empty(); ++i) {
-      EXPECT_TRUE(kinds.count(std::string(qosapi::argumentKind(o, i)))) << o.name << " argument " << i;
-    }
-    if (o.locking == qosapi::Locking::Itself) itself.insert(o.name);
-    if (o.attaching == qosapi::Attaching::Attaches) attaching.insert(o.name);
-  }
-  EXPECT_EQ(itself, (std::set<std::string>{"qos_IntDb_Init", "qos_IntDb_Reset", "qos_TaDb_AddNewTa",
-                                           "qos_intDb_ResetTaDbRow", "qos_intDb_TaDb_reset"}));
-  EXPECT_EQ(attaching, (std::set<std::string>{"qos_IntDb_Init", "qos_IntDb_RetrieveAccess"}));
-}
-
 }  // namespace
