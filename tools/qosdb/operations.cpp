@@ -56,19 +56,24 @@ bool hexName(const std::string& name) {
 
 using qosapi::Argument;
 
+// An input passed as the reader checked it: numbers, four numbers, the region.
 template <typename T>
-struct Number {
+struct In {
   static constexpr bool kInput = true;
   static const char* kind();
-  T value{};
-  void take(const Argument& a) { value = static_cast<T>(static_cast<uint32_t>(a.number)); }
-  T pass() const { return value; }
+  Argument a;
+  void take(const Argument& given) { a = given; }
+  T pass() const { return static_cast<T>(static_cast<uint32_t>(a.number)); }
   void show(const std::string&, std::vector<std::string>&) const {}
 };
-template <> const char* Number<uint8_t>::kind() { return "u8"; }
-template <> const char* Number<uint16_t>::kind() { return "u16"; }
-template <> const char* Number<uint32_t>::kind() { return "u32"; }
-template <> const char* Number<int32_t>::kind() { return "i32"; }
+template <> const char* In<uint8_t>::kind() { return "u8"; }
+template <> const char* In<uint16_t>::kind() { return "u16"; }
+template <> const char* In<uint32_t>::kind() { return "u32"; }
+template <> const char* In<int32_t>::kind() { return "i32"; }
+template <> const char* In<const uint32_t*>::kind() { return "u32x4"; }
+template <> const char* In<void*>::kind() { return "region"; }
+template <> const uint32_t* In<const uint32_t*>::pass() const { return a.null ? nullptr : a.four; }
+template <> void* In<void*>::pass() const { return a.null ? nullptr : shm_get(1, QOS_REGION_SEGMENT_ID); }
 
 template <typename T>
 std::string valueText(const std::string& name, T value) {
@@ -163,30 +168,6 @@ struct MappingsOut {
   }
 };
 
-// Four 32-bit numbers (UCIDs, interface indexes).
-struct Quad {
-  static constexpr bool kInput = true;
-  static const char* kind() { return "u32x4"; }
-  uint32_t values[4] = {};
-  bool null = false;
-  void take(const Argument& a) {
-    null = a.null;
-    std::copy(std::begin(a.four), std::end(a.four), values);
-  }
-  const uint32_t* pass() const { return null ? nullptr : values; }
-  void show(const std::string&, std::vector<std::string>&) const {}
-};
-
-// The region's address in this process, or NULL.
-struct RegionBase {
-  static constexpr bool kInput = true;
-  static const char* kind() { return "region"; }
-  bool null = false;
-  void take(const Argument& a) { null = a.null; }
-  void* pass() const { return null ? nullptr : shm_get(1, QOS_REGION_SEGMENT_ID); }
-  void show(const std::string&, std::vector<std::string>&) const {}
-};
-
 // An address and a length written by the operation; the bytes there are
 // printed while the call still holds the lock.
 struct BufferOut {
@@ -222,21 +203,17 @@ struct AuthOut : BufferOut {
 };
 
 template <typename P>
-struct SlotOf {
-  using type = std::decay_t<P>;  // the adapters' own argument types
+struct SlotOf {  // numbers, or the adapters' own argument types
+  using type = std::conditional_t<std::is_integral_v<P>, In<P>, std::decay_t<P>>;
 };
-template <> struct SlotOf<uint8_t> { using type = Number<uint8_t>; };
-template <> struct SlotOf<uint16_t> { using type = Number<uint16_t>; };
-template <> struct SlotOf<uint32_t> { using type = Number<uint32_t>; };
-template <> struct SlotOf<int32_t> { using type = Number<int32_t>; };
 template <> struct SlotOf<uint8_t*> { using type = Out<uint8_t>; };
 template <> struct SlotOf<uint16_t*> { using type = Out<uint16_t>; };
 template <> struct SlotOf<uint32_t*> { using type = Out<uint32_t>; };
 template <> struct SlotOf<int32_t*> { using type = Out<int32_t>; };
 template <> struct SlotOf<const SidChannelMapping*> { using type = Mappings; };
 template <> struct SlotOf<SidChannelMapping*> { using type = MappingsOut; };
-template <> struct SlotOf<const uint32_t*> { using type = Quad; };
-template <> struct SlotOf<void*> { using type = RegionBase; };
+template <> struct SlotOf<const uint32_t*> { using type = In<const uint32_t*>; };
+template <> struct SlotOf<void*> { using type = In<void*>; };
 
 // ---- One entry of the table ------------------------------------------------------
 
