@@ -40,20 +40,4 @@ TEST(Schema, TheDescriptionsCoverEveryByteOfTheRegion) {
   EXPECT_EQ(seen.size(), 18u);
 }
 
-TEST(Schema, ValuesAndColumnsReadTheRowsAsTheirStructsDo) {
-  qos::TaRow ta{};
-  ta.smState = 3, ta.authLen = 2, ta.reserved28 = -5;
-  qos::SidClusterRow cluster{};
-  cluster.channels[1].sid = 0x21;
-  const auto& taRow = *qosschema::table("ta").row;
-  const auto* bytes = reinterpret_cast<const uint8_t*>(&ta);
-  EXPECT_EQ(qosschema::value(*taRow.field("smState"), bytes), 3);
-  EXPECT_EQ(qosschema::value(*taRow.field("reserved28"), bytes), -5);
-  EXPECT_EQ(qosschema::elementsInUse(taRow, *taRow.field("authBlock"), bytes), 2u);
-  const auto columns = qosschema::columns(*qosschema::table("sidClusters").row, "_", true);
-  ASSERT_EQ(columns.size(), 3u + 4 * 3);
-  EXPECT_EQ(columns[8].name, "channels1_sid");
-  EXPECT_EQ(qosschema::value(columns[8].field, reinterpret_cast<const uint8_t*>(&cluster)), 0x21);
-}
-
 }  // namespace
