@@ -199,6 +199,9 @@ Operation op(const char* name, R (*fn)(P...), Locking locking = Locking::ByCalle
     if constexpr (std::is_void_v<R>) {
       std::apply(fn, args);
       c.result = 0;
+    } else if constexpr (std::is_pointer_v<R>) {  // a string: read it whole
+      const char* text = std::apply(fn, args);
+      c.result = text != nullptr ? static_cast<int32_t>(std::strlen(text)) : -1;
     } else {
       c.result = std::apply(fn, args);
     }

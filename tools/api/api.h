@@ -11,8 +11,8 @@
 
 namespace qosapi {
 
-enum class Locking { ByCaller, Itself, Takes, Gives };
-enum class Attaching { Uses, Attaches };
+enum class Locking { ByCaller, Itself, Takes, Gives, None };
+enum class Attaching { Uses, Attaches, Free };
 enum class Family { Entry, Transaction, Flow, FlowAttribute, Classifier, Phs, Cluster, Message, Outcome, Active, Check, Dbc };
 
 struct OperationInfo {

@@ -289,6 +289,7 @@ Operation op(const qosapi::OperationInfo& info, R (*fn)(P...)) {
   }
   o.locking = info.locking;
   o.attaches = info.attaching == qosapi::Attaching::Attaches;
+  o.needsStore = info.attaching != qosapi::Attaching::Free;
   o.prepare = [fn, names](const std::vector<Argument>& inputs) -> std::function<CallResult()> {
     auto slots = std::make_shared<Slots>();
     takeInputs(*slots, inputs, Indexes{});
@@ -298,6 +299,10 @@ Operation op(const qosapi::OperationInfo& info, R (*fn)(P...)) {
       if constexpr (std::is_void_v<R>) {
         std::apply(call, *slots);
         r.hasResult = false;
+      } else if constexpr (std::is_pointer_v<R>) {
+        const char* text = std::apply(call, *slots);
+        r.hasResult = false;
+        r.text = text != nullptr ? "\"" + std::string(text) + "\"" : "NULL";
       } else {
         r.result = std::apply(call, *slots);
       }

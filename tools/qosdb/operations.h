@@ -26,6 +26,7 @@ struct CallResult {
   bool hasResult = true;  // false for operations without a result (void)
   int32_t result = 0;
   std::vector<std::string> outputs;  // "name=value" for every output the call wrote
+  std::string text;                  // what an operation returning a string returned, quoted, or NULL
 };
 
 using Locking = qosapi::Locking;  // ByCaller: the tool holds the lock around the call
@@ -35,6 +36,7 @@ struct Operation {
   std::vector<std::string> inputs;  // "name:kind" of each input argument
   Locking locking = Locking::ByCaller;
   bool attaches = false;            // creates or attaches to the store itself
+  bool needsStore = true;           // false: works without a store
   // The call with these inputs (as readScenario checked them), ready to run.
   std::function<std::function<CallResult()>(const std::vector<qosapi::Argument>&)> prepare;
 };

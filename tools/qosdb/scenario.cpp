@@ -115,7 +115,8 @@ class Runner {
         logs_.pending().clear();
         continue;
       }
-      std::cout << step.line << ": " << step.text << " -> " << (r.hasResult ? std::to_string(r.result) : "done");
+      std::cout << step.line << ": " << step.text << " -> "
+                << (r.hasResult ? std::to_string(r.result) : r.text.empty() ? "done" : r.text);
       for (const auto& o : r.outputs) std::cout << "  " << o;
       std::cout << "\n";
       for (const auto& l : logs_.pending()) std::cout << l << "\n";
@@ -133,7 +134,7 @@ class Runner {
  private:
   CallResult call(const Scenario& s, const Step& step) {
     const Operation& op = *step.op;
-    if (!attached_ && !op.attaches) {
+    if (!attached_ && !op.attaches && op.needsStore) {
       try {
         attach();
       } catch (const Failure& f) {
