@@ -4,7 +4,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <string_view>
 
 #include "qosintdb.h"
@@ -34,7 +33,6 @@ inline constexpr OperationInfo kOperations[] = {
 #include "tools/api/operations.def"
 #undef QOS_OP
 };
-inline constexpr std::size_t kOperationCount = sizeof kOperations / sizeof kOperations[0];
 
 inline const OperationInfo* findOperation(std::string_view name) {
   for (const OperationInfo& o : kOperations) {
@@ -97,18 +95,5 @@ struct Adapt<Kit, F, ClusterMod> {
     return F(sfId, clusterId, Kit::count(m), Kit::entries(m));
   }
 };
-
-// The kind of argument `index` of an entry ("u32", "out", ...), or "" past the last.
-inline std::string_view argumentKind(const OperationInfo& o, std::size_t index) {
-  std::string_view rest = o.arguments;
-  for (std::size_t i = 0;; ++i) {
-    std::size_t end = rest.find(' ');
-    std::string_view word = rest.substr(0, end);
-    if (word.empty()) return "";
-    if (i == index) return word.substr(word.find(':') + 1);
-    if (end == std::string_view::npos) return "";
-    rest.remove_prefix(end + 1);
-  }
-}
 
 }  // namespace qosapi
