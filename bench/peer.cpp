@@ -12,32 +12,35 @@
 #include "lifecycle.h"
 #include "store.h"
 #include "timing.h"
+#include "tools/schema/schema.h"
 
 namespace qosbench {
 namespace {
 
-const char* const kSchema = R"sql(
-CREATE TABLE ta(idx INTEGER PRIMARY KEY, rowStatus INT, taId INT, type INT, initiator INT,
-                smState INT, retryCounter INT, authLen INT, authBlock BLOB, subtype INT);
+// The region's tables the work touches, as tools/schema describes them (a
+// column per field, nested records and arrays flattened: channels0_ucid;
+// a new row holds zeros, as a free row of the region), and an index for
+// every lookup.
+const char* const kTables[] = {"ta", "taControl", "msgs", "msgErrors", "sf", "clsf", "sidClusters"};
+const char* const kIndexes = R"sql(
 CREATE INDEX ta_status ON ta(rowStatus);
-CREATE TABLE ta_control(id INTEGER PRIMARY KEY, retryLimit INT, taRowsUsed INT, lastCmTaId INT);
-CREATE TABLE msg(idx INTEGER PRIMARY KEY, req BLOB, rsp BLOB, ack BLOB, confCode INT, errorCode INT,
-                 errorType INT, errorSubType INT, errorSubType2 INT, erroredSfId INT);
-CREATE TABLE sf(idx INTEGER PRIMARY KEY, state INT, sfId INT, ref INT, direction INT, committed INT,
-                sid INT, paramSetType INT, taIndex INT, heldTaIndex INT, pairSfIndex INT,
-                qosDbIndex INT, sidClusterCounter INT, clsfCounter INT, phsCounter INT);
 CREATE INDEX sf_sfId ON sf(sfId);
 CREATE INDEX sf_ref_ta ON sf(ref, taIndex);
 CREATE INDEX sf_ta ON sf(taIndex);
 CREATE INDEX sf_held ON sf(heldTaIndex);
-CREATE TABLE clsf(idx INTEGER PRIMARY KEY, status INT, ref INT, clsfId INT, sfRef INT, sfId INT, taIndex INT);
 CREATE INDEX clsf_ref_ta ON clsf(ref, taIndex);
 CREATE INDEX clsf_id_sf ON clsf(clsfId, sfId);
 CREATE INDEX clsf_ta ON clsf(taIndex);
-CREATE TABLE cluster(idx INTEGER PRIMARY KEY, sfId INT, clusterId INT, ucid1 INT, sid1 INT, ucid2 INT,
-                     sid2 INT, ucid3 INT, sid3 INT, ucid4 INT, sid4 INT);
-CREATE INDEX cluster_sf ON cluster(sfId, clusterId);
+CREATE INDEX cluster_sf ON sidClusters(sfId, clusterId);
 )sql";
+
+std::vector<qosschema::Column> sqlColumns(const qosschema::Table& t) { return qosschema::columns(*t.row, "_", true); }
+
+std::string createTable(const qosschema::Table& t) {
+  std::string sql = std::string("CREATE TABLE ") + t.name + "(idx INTEGER PRIMARY KEY";
+  for (const auto& c : sqlColumns(t)) sql += ", " + c.name + (c.field.bytes ? " BLOB DEFAULT x''" : " INT DEFAULT 0");
+  return sql + ");";
+}
 
 void fail(sqlite3* db, const char* what) {
   std::fprintf(stderr, "qosdb_bench: sqlite %s: %s\n", what, sqlite3_errmsg(db));
@@ -74,6 +77,14 @@ class Stmt {
   }
   int64_t col(int i) const { return sqlite3_column_int64(s_, i); }
   void done() { sqlite3_reset(s_); }
+  // A column of a region row, as the row description reads it.
+  void bindColumn(int i, const qosschema::Column& c, const uint8_t* row) {
+    if (c.field.bytes) {
+      sqlite3_bind_blob(s_, i, row + c.field.offset, static_cast<int>(c.inUse(row)), SQLITE_STATIC);
+    } else {
+      bindOne(i, qosschema::value(c.field, row));
+    }
+  }
   // The first column of the first row, or -1 (also for NULL).
   int64_t one() {
     int64_t v = row() && sqlite3_column_type(s_, 0) != SQLITE_NULL ? col(0) : -1;
@@ -99,7 +110,8 @@ class Peer {
                         nullptr) != SQLITE_OK) {
       fail(db_, "open");
     }
-    exec(kSchema);
+    for (const char* name : kTables) exec(createTable(qosschema::table(name)).c_str());
+    exec(kIndexes);
     useTables(t);
     load();
   }
@@ -117,47 +129,24 @@ class Peer {
   }
 
  private:
+  // Every row of the transaction, control and message tables, the rows in
+  // use of the others.
   void load() {
-    const qos::QosIntDbRegion& r = region();
     exec("BEGIN");
-    Stmt ta(db_, "INSERT INTO ta VALUES(?,?,?,?,?,?,?,?,zeroblob(255),?)");
-    for (int64_t i = 0; i < QOS_TA_ROWS; ++i) {
-      const qos::TaRow& t = r.ta[i];
-      ta.bind(i, int64_t{t.rowStatus}, int64_t{t.taId}, int64_t{t.type}, int64_t{t.initiator},
-              int64_t{t.smState}, int64_t{t.retryCounter}, int64_t{t.authLen}, int64_t{t.subtype})
-          .run();
-    }
-    Stmt control(db_, "INSERT INTO ta_control VALUES(0,3,?,?)");
-    control.bind(int64_t{r.taControl.taRowsUsed}, int64_t{r.taControl.lastCmTaId}).run();
-    exec("WITH RECURSIVE n(v) AS (SELECT 0 UNION ALL SELECT v + 1 FROM n WHERE v < 10) "
-         "INSERT INTO msg SELECT v, x'', x'', x'', 0, 253, 0, 0, 0, 0 FROM n");
-    Stmt sf(db_, "INSERT INTO sf VALUES(?,?,?,?,?,?,?,?,?,?,?,?,?,?,?)");
-    for (int64_t i = 0; i < QOS_SF_ROWS; ++i) {
-      const qos::SfRow& f = r.sf[i];
-      if (!f.used()) continue;
-      sf.bind(i, int64_t{f.state}, int64_t{f.sfId}, int64_t{f.ref}, int64_t{f.direction}, int64_t{f.committed},
-              int64_t{f.sid}, int64_t{f.paramSetType}, int64_t{f.taIndex}, int64_t{f.heldTaIndex},
-              int64_t{f.pairSfIndex}, int64_t{f.qosDbIndex}, int64_t{f.sidClusterCounter},
-              int64_t{f.clsfCounter}, int64_t{f.phsCounter})
-          .run();
-    }
-    Stmt clsf(db_, "INSERT INTO clsf VALUES(?,?,?,?,?,?,?)");
-    for (int64_t j = 0; j < QOS_CLSF_ROWS; ++j) {
-      const qos::ClsfRow& c = r.clsf[j];
-      if (!c.used()) continue;
-      clsf.bind(j, int64_t{c.status}, int64_t{c.ref}, int64_t{c.clsfId}, int64_t{c.sfRef}, int64_t{c.sfId},
-                int64_t{c.taIndex})
-          .run();
-    }
-    Stmt cluster(db_, "INSERT INTO cluster VALUES(?,?,?,?,?,?,?,?,?,?,?)");
-    for (int64_t k = 0; k < QOS_SID_CLUSTER_ROWS; ++k) {
-      const qos::SidClusterRow& c = r.sidClusters[k];
-      if (!c.used()) continue;
-      const SidChannelMapping* m = c.channels;
-      cluster.bind(k, int64_t{c.sfId}, int64_t{c.clusterId}, int64_t{m[0].ucid}, int64_t{m[0].sid},
-                   int64_t{m[1].ucid}, int64_t{m[1].sid}, int64_t{m[2].ucid}, int64_t{m[2].sid},
-                   int64_t{m[3].ucid}, int64_t{m[3].sid})
-          .run();
+    for (const char* name : kTables) {
+      const qosschema::Table& t = qosschema::table(name);
+      const std::vector<qosschema::Column> columns = sqlColumns(t);
+      std::string sql = std::string("INSERT INTO ") + name + " VALUES(?";
+      for (std::size_t c = 0; c < columns.size(); ++c) sql += ",?";
+      Stmt insert(db_, (sql + ")").c_str());
+      const bool everyRow = t.usedField == nullptr || std::string(name) == "ta";
+      for (std::size_t i = 0; i < t.rows; ++i) {
+        const uint8_t* row = qosschema::rowAt(region(), t, i);
+        if (!everyRow && !qosschema::used(t, row)) continue;
+        insert.bind(static_cast<int64_t>(i));
+        for (std::size_t c = 0; c < columns.size(); ++c) insert.bindColumn(static_cast<int>(c) + 2, columns[c], row);
+        insert.run();
+      }
     }
     exec("COMMIT");
     exec("ANALYZE");
@@ -190,7 +179,8 @@ const PeerLookup kPeerLookups[] = {
     {"FindClsfByTaAndRef", "SELECT min(idx) FROM clsf WHERE ref=?1 AND taIndex=?2",
      clsfRefOf(kClassifiers - 1), kOutcomeTa},
     {"GetSfSidCluster",
-     "SELECT ucid1, sid1, ucid2, sid2, ucid3, sid3, ucid4, sid4 FROM cluster "
+     "SELECT channels0_ucid, channels0_sid, channels1_ucid, channels1_sid, channels2_ucid, channels2_sid, "
+     "channels3_ucid, channels3_sid FROM sidClusters "
      "WHERE sfId=?1 AND clusterId=?2 ORDER BY idx LIMIT 1",
      sfIdOf(flowOfCluster(QOS_SID_CLUSTER_ROWS - 1)), clusterIdOf(QOS_SID_CLUSTER_ROWS - 1)},
 };
@@ -202,8 +192,8 @@ struct LifecycleSql {
         commit(p.prepare("COMMIT")),
         freeTa(p.prepare("SELECT min(idx) FROM ta WHERE rowStatus=0")),
         nextTaId(p.prepare(
-            "UPDATE ta_control SET lastCmTaId=(lastCmTaId+1)&32767, taRowsUsed=max(taRowsUsed, ?1+1) "
-            "WHERE id=0 RETURNING lastCmTaId")),
+            "UPDATE taControl SET lastCmTaId=(lastCmTaId+1)&32767, taRowsUsed=max(taRowsUsed, ?1+1) "
+            "WHERE idx=0 RETURNING lastCmTaId")),
         claimTa(p.prepare(
             "UPDATE ta SET rowStatus=1, taId=?2, type=?3, initiator=?4, smState=0, retryCounter=0, "
             "authLen=0, authBlock=zeroblob(255), subtype=0 WHERE idx=?1")),
@@ -212,17 +202,18 @@ struct LifecycleSql {
             "UPDATE ta SET rowStatus=0, taId=0, type=2, initiator=0, smState=0, retryCounter=0, authLen=0, "
             "authBlock=zeroblob(255), subtype=0 WHERE idx=?1")),
         emptyMsg(p.prepare(
-            "UPDATE msg SET req=x'', rsp=x'', ack=x'', confCode=0, errorCode=253, errorType=0, "
-            "errorSubType=0, errorSubType2=0, erroredSfId=0 WHERE idx=?1")),
+            "UPDATE msgs SET req_data=x'', req_length=0, rsp_data=x'', rsp_length=0, ack_data=x'', ack_length=0 "
+            "WHERE idx=?1")),
         storeReq(p.prepare(
-            "UPDATE msg SET req=?2, rsp=x'', ack=x'', confCode=0, errorCode=253, errorType=0, "
-            "errorSubType=0, errorSubType2=0, erroredSfId=0 WHERE idx=?1")),
+            "UPDATE msgs SET req_data=?2, req_length=length(?2), rsp_data=x'', rsp_length=0, ack_data=x'', "
+            "ack_length=0 WHERE idx=?1")),
+        resetError(p.prepare(
+            "UPDATE msgErrors SET confCode=0, errorCode=253, errorType=0, errorSubType=0, errorSubType2=0, "
+            "erroredSfId=0 WHERE idx=?1")),
         sfByRefTa(p.prepare("SELECT min(idx) FROM sf WHERE ref=?1 AND taIndex=?2")),
         sfByRef(p.prepare("SELECT min(idx) FROM sf WHERE ref=?1")),
         insertSf(p.prepare(
-            "INSERT INTO sf(state, sfId, ref, direction, committed, sid, paramSetType, taIndex, heldTaIndex, "
-            "pairSfIndex, qosDbIndex, sidClusterCounter, clsfCounter, phsCounter) "
-            "VALUES(2, 0, ?1, ?2, 0, 0, 0, ?3, -1, 0, -1, 0, 0, 0)")),
+            "INSERT INTO sf(state, ref, direction, taIndex, heldTaIndex, qosDbIndex) VALUES(2, ?1, ?2, ?3, -1, -1)")),
         clsfByRefTa(p.prepare("SELECT idx, status, sfRef FROM clsf WHERE ref=?1 AND taIndex=?2 ORDER BY idx LIMIT 1")),
         insertClsf(p.prepare("INSERT INTO clsf(status, ref, clsfId, sfRef, sfId, taIndex) VALUES(2, ?1, 0, ?2, 0, ?3)")),
         countClsf(p.prepare("UPDATE sf SET clsfCounter=clsfCounter+1 WHERE idx=?1")),
@@ -238,7 +229,7 @@ struct LifecycleSql {
         dropSf(p.prepare("DELETE FROM sf WHERE idx=?1")),
         dropClsf(p.prepare("DELETE FROM clsf WHERE idx=?1")) {}
 
-  Stmt &begin, &commit, &freeTa, &nextTaId, &claimTa, &taType, &freeRow, &emptyMsg, &storeReq, &sfByRefTa,
+  Stmt &begin, &commit, &freeTa, &nextTaId, &claimTa, &taType, &freeRow, &emptyMsg, &storeReq, &resetError, &sfByRefTa,
       &sfByRef, &insertSf, &clsfByRefTa, &insertClsf, &countClsf, &countPhs, &setSfId, &setClsfIds, &flowsSucceeded,
       &clsfsSucceeded, &freeRejected, &release, &dropSf, &dropClsf;
 };
@@ -258,10 +249,12 @@ PeerRows peerLifecycle(sqlite3* db, LifecycleSql& q, const std::vector<uint8_t>&
   int64_t taId = q.nextTaId.bind(ta).one();
   q.claimTa.bind(ta, taId, int64_t{QOS_TA_DSA}, int64_t{QOS_TA_BY_MODEM}).run();
   q.emptyMsg.bind(ta).run();
+  q.resetError.bind(ta).run();
   q.commit.run();
 
   q.begin.run();
   q.storeReq.bind(ta, &request).run();
+  q.resetError.bind(ta).run();
   if (q.sfByRefTa.bind(flowRef, ta).one() < 0) {
     q.insertSf.bind(flowRef, int64_t{QOS_DIR_UPSTREAM}, ta).run();
     rows.flow = sqlite3_last_insert_rowid(db);
@@ -299,6 +292,7 @@ PeerRows peerLifecycle(sqlite3* db, LifecycleSql& q, const std::vector<uint8_t>&
   q.begin.run();
   q.freeRow.bind(ta).run();
   q.emptyMsg.bind(ta).run();
+  q.resetError.bind(ta).run();
   q.commit.run();
   return rows;
 }
@@ -309,7 +303,7 @@ bool peerLeftItsRows(Peer& peer, const PeerRows& rows) {
             "SELECT count(*) FROM sf WHERE idx=?1 AND state=1 AND sfId=?2 AND clsfCounter=2 AND phsCounter=1 "
             "AND taIndex=-1 AND heldTaIndex=-1");
   Stmt clsfs(peer.db(), "SELECT count(*) FROM clsf WHERE idx IN (?1, ?2) AND status=1 AND sfId=?3");
-  Stmt busy(peer.db(), "SELECT count(*) FROM ta WHERE taId=(SELECT lastCmTaId FROM ta_control) AND rowStatus<>0");
+  Stmt busy(peer.db(), "SELECT count(*) FROM ta WHERE taId=(SELECT lastCmTaId FROM taControl) AND rowStatus<>0");
   return flow.bind(rows.flow, int64_t{kLifecycleSfId}).one() == 1 &&
          clsfs.bind(rows.clsf[0], rows.clsf[1], int64_t{kLifecycleSfId}).one() == 2 && busy.bind().one() == 0;
 }

@@ -108,7 +108,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     uint8_t flags = in.byte();
     call.nullMask = (flags & 0x80) != 0 ? flags & 0x7F : 0;
     switch (op.locking) {
-      case fuzz::Locking::ByCaller: break;
+      case fuzz::Locking::ByCaller:
+      case fuzz::Locking::None: break;
       case fuzz::Locking::Itself: call.allowed = !held; break;
       case fuzz::Locking::Takes: call.allowed = !held; break;
       case fuzz::Locking::Gives: call.allowed = held; break;

@@ -13,6 +13,7 @@
 #include "frame/region.h"
 #include "qosintdb.h"
 #include "tests/fuzz/guarded.h"
+#include "tools/api/api.h"
 
 namespace fuzz {
 namespace {
@@ -185,9 +186,10 @@ struct Arg<T*, std::enable_if_t<!std::is_const_v<T> && !std::is_void_v<T>>> {
 };
 
 template <typename R, typename... P>
-Operation op(const char* name, R (*fn)(P...)) {
+Operation op(const char* name, R (*fn)(P...), Locking locking = Locking::ByCaller) {
   Operation o;
   o.name = name;
+  o.locking = locking;
   o.kinds = std::string{Arg<P>::kind...};
   o.run = [fn](Call& c) {
     gPointerOutputs.clear();
@@ -197,6 +199,9 @@ Operation op(const char* name, R (*fn)(P...)) {
     if constexpr (std::is_void_v<R>) {
       std::apply(fn, args);
       c.result = 0;
+    } else if constexpr (std::is_pointer_v<R>) {  // a string: read it whole
+      const char* text = std::apply(fn, args);
+      c.result = text != nullptr ? static_cast<int32_t>(std::strlen(text)) : -1;
     } else {
       c.result = std::apply(fn, args);
     }
@@ -211,131 +216,26 @@ Operation op(const char* name, R (*fn)(P...)) {
   return o;
 }
 
-// The message operations take their bytes as (length, pointer) or (pointer, length).
-template <int32_t (*F)(uint32_t, uint32_t, uint32_t, const uint8_t*)>
-int32_t tlv(uint32_t taIndex, uint32_t type, Bytes v) {
-  return F(taIndex, type, v.length, v.data);
-}
-template <int32_t (*F)(uint32_t, uint32_t, const uint8_t*)>
-int32_t field(uint32_t taIndex, Bytes b) {
-  return F(taIndex, b.length, b.data);
-}
-template <int32_t (*F)(uint32_t, const uint8_t*, uint32_t)>
-int32_t message(uint32_t taIndex, Bytes b) {
-  return F(taIndex, b.data, b.length);
-}
+// How the fuzzer passes the arguments that C splits in two (tools/api/api.h).
+struct Kit {
+  using Bytes = fuzz::Bytes;
+  using Mappings = MappingList;
+  using Cursor = fuzz::Cursor;
+  static uint32_t length(Bytes b) { return b.length; }
+  static const uint8_t* data(Bytes b) { return b.data; }
+  static uint32_t count(Mappings m) { return m.count; }
+  static const SidChannelMapping* entries(Mappings m) { return m.data; }
+  static int32_t* cursor(Cursor c) { return c.value; }
+};
 
-#define OP(fn) op(#fn, fn)
 #define ADAPT(name, adapter) op(#name, +adapter)
-#define TLV(fn) op(#fn, tlv<fn>)
-#define FIELD(fn) op(#fn, field<fn>)
-#define MESSAGE(fn) op(#fn, message<fn>)
-
-// Operations that take the lock by themselves, and the lock itself.
-constexpr const char* kLockingItself[] = {"qos_TaDb_AddNewTa", "qos_intDb_ResetTaDbRow", "qos_intDb_TaDb_reset",
-                                          "qos_IntDb_Init", "qos_IntDb_Reset"};
-
-Locking lockingOf(const std::string& name) {
-  if (name == "qos_taDb_Lock") return Locking::Takes;
-  if (name == "qos_taDb_Unlock") return Locking::Gives;
-  auto itself = [&name](const char* n) { return name == n; };
-  return std::any_of(std::begin(kLockingItself), std::end(kLockingItself), itself) ? Locking::Itself
-                                                                                   : Locking::ByCaller;
-}
 
 std::vector<Operation> table() {
   std::vector<Operation> t = {
-      OP(qos_IntDb_Init), OP(qos_IntDb_RetrieveAccess), OP(qos_IntDb_Reset), OP(qos_taDb_Lock),
-      OP(qos_taDb_Unlock), OP(qos_intDb_SfDb_init), OP(qos_intDb_MsgDb_init), OP(qos_intDb_TaDb_init),
-      OP(qos_dbc_DbInit),
-
-      ADAPT(qos_TaDb_AddNewTa,
-            [](uint32_t taId, uint32_t type, uint32_t initiator, Bytes auth, uint32_t* taIndex) {
-              return qos_TaDb_AddNewTa(taId, type, initiator, auth.length, auth.data, taIndex);
-            }),
-      OP(qos_TaDb_FindTaIndexByTaId), OP(qos_TaDb_GetTaId), OP(qos_TaDb_GetTaType), OP(qos_TaDb_GetTaInitiator),
-      OP(qos_TaDb_GetTaSubtype), OP(qos_TaDb_SetTaSubtype), OP(qos_TaDb_SetTaDbState), OP(qos_TaDb_GetTaDbState),
-      OP(qos_TaDb_IsTaHeld), OP(qos_TaDb_ResetRetCounter), OP(qos_TaDb_IncRetCounter), OP(qos_TaDb_GetRetCounter),
-      ADAPT(qos_TaDb_SetTaAuthBlock,
-            [](uint32_t taIndex, Bytes auth) { return qos_TaDb_SetTaAuthBlock(taIndex, auth.length, auth.data); }),
-      OP(qos_TaDb_GetTaAuthBlock), OP(qos_TaDb_CompareTaStates), OP(qos_TaDb_CheckTaConflict),
-      OP(qos_intDb_ResetTaDbRow), OP(qos_intDb_TaDb_reset), OP(qos_TaDb_printDb),
-
-      OP(qos_intDb_SfDb_Reset), OP(qos_intDb_SfDb_RowReset), OP(qos_intDb_FindSfDbNextFreeIndex),
-      OP(qos_intDb_FindSfById), OP(qos_intDb_GetSfDbMaxIndex), OP(qos_intDb_UpdateSfNumber),
-      OP(qos_intDb_GetSfNumber), OP(qos_intDb_GetNextSFDbIndex), OP(qos_intDb_DsdReqRecieved),
-      OP(qos_intDb_AddSf), OP(qos_intDb_AddSfReference), OP(qos_intDb_AddSfId), OP(qos_intDb_ChangeSF),
-      OP(qos_intDb_StartDeleteSF), OP(qos_intDb_FindSfByRef), OP(qos_intDb_FindSfByTaAndRef),
-      OP(qos_intDb_FindSFByTaIndex), OP(qos_intDb_FindSFByTaIndexAndDirection), OP(qos_intDb_NextSFIndexOfTa),
-      OP(qos_intDb_GetSfTaIndexAndPairSf), OP(qos_intDb_FindNextActiveSf), OP(qos_intDb_FindSFIdValid),
-
-      OP(qos_intDb_GetSfRef), OP(qos_intDb_GetSfId), OP(qos_intDb_SetSfId), OP(qos_intDb_GetSfSid),
-      OP(qos_intDb_SetSfSid), OP(qos_intDb_GetSFState), OP(qos_intDb_SetSFState), OP(qos_intDb_CheckSFOperational),
-      OP(qos_intDb_GetServiceFlowDirection), OP(qos_intDb_GetSfDirection), OP(qos_intDb_GetServiceFlowParamSet),
-      OP(qos_intDb_SetServiceFlowParamSet), OP(qos_intDb_GetSfQosDbIndex), OP(qos_intDb_SetSfQosDbIndex),
-      OP(qos_intDb_GetSFTaIndex), OP(qos_intDb_SetSFTaIndex), OP(qos_intDb_GetSFHeldTaIndex),
-      OP(qos_intDb_GetSfClusterCounter), OP(qos_intDb_GetServiceFlowClassCounter),
-      OP(qos_intDb_GetServiceFlowPhsCounter), OP(qos_intDb_GetSfPrimaryRef), OP(qos_intDb_SetSfPrimaryRef),
-      OP(qos_intDb_GetActiveSfNumber), OP(qos_intDb_fullPrintSF), OP(qos_intDb_shortPrintSF),
-      OP(qos_intDb_SubstituteSfId),
-
-      OP(qos_intDb_FindClsfByRef), OP(qos_intDb_FindClsfById), OP(qos_intDb_FindClsfByTaAndRef),
-      OP(qos_intDb_GetNextClsfOfSf), OP(qos_intDb_IsClsfInDeleting), OP(qos_intDb_SetClsfId),
-      OP(qos_intDb_GetClsfId), OP(qos_intDb_SetClsfSfid), OP(qos_intDb_GetClsfSfid), OP(qos_intDb_GetClsfDbMaxIndex),
-      OP(qos_intDb_SetClsfMaxNum), OP(qos_intDb_GetClsfMaxNum), OP(qos_intDb_GetClsfNumber),
-      OP(qos_intDb_FindClsfDbNextFreeIndex), OP(qos_intDb_PrintClsf), OP(qos_intDb_AddClsf),
-      OP(qos_intDb_AddClsfRef), OP(qos_intDb_AddClsfId), OP(qos_intDb_AppendClsfRef), OP(qos_intDb_AppendClsfId),
-      OP(qos_intDb_ChangeClassifier), OP(qos_intDb_DeleteClassifier),
-
-      OP(qos_intDb_AddPhs), OP(qos_intDb_AddPhsRef), OP(qos_intDb_AddPhsId), OP(qos_intDb_AppendPhs_ClsfRef),
-      OP(qos_intDb_AppendPhs_ClsfId), OP(qos_intDb_ChangePhs), OP(qos_intDb_DeletePhs),
-
-      OP(qos_intDb_AddSfSidCluster), OP(qos_intDb_DelSfSidCluster), OP(qos_intDb_DeleteSidClustersOfSf),
-      OP(qos_intDb_GetSfSidCluster),
-      ADAPT(qos_intDb_GetNextSfSidCluster,
-            [](uint32_t sfId, Cursor rowIndex, uint8_t* clusterId, SidChannelMapping* out) {
-              return qos_intDb_GetNextSfSidCluster(sfId, rowIndex.value, clusterId, out);
-            }),
-      OP(qos_intDb_GetSidClusterTableRow), OP(qos_intDb_PrintSidClusters), OP(qos_intDb_SetSfSidClusterParams),
-      OP(qos_intDb_GetSfSidClusterParams), OP(qos_intDb_DeleteSfSidClusterParams),
-      OP(qos_intDb_GetClusterDbMaxIndex), OP(qos_intDb_GetClusterMaxNum), OP(qos_intDb_SetClusterMaxNum),
-      OP(qos_intDb_GetClusterNumber), OP(qos_intDb_FindClusterDbNextFreeIndex),
-
-      OP(qos_intDb_MsgDb_reset), OP(qos_intDb_MsgInitBufferForTa), OP(qos_intDb_MsgResetTaBuffer),
-      TLV(qos_intDb_MsgAddReqBufferTlv), TLV(qos_intDb_MsgAddRspBufferTlv), TLV(qos_intDb_MsgAddAckBufferTlv),
-      FIELD(qos_intDb_MsgAddReqBufferField), FIELD(qos_intDb_MsgAddRspBufferField),
-      FIELD(qos_intDb_MsgAddAckBufferField), MESSAGE(qos_intDb_MsgUpdateReqBuffer),
-      MESSAGE(qos_intDb_MsgUpdateRspBuffer), MESSAGE(qos_intDb_MsgUpdateAckBuffer),
-      OP(qos_intDb_MsgGetReqBuffer), OP(qos_intDb_MsgGetRspBuffer), OP(qos_intDb_MsgGetAckBuffer),
-      OP(qos_intDb_MsgGetMsgSendBuff), OP(qos_intDb_MsgDbPrint), OP(qos_intDb_MsgReqPrint),
-      OP(qos_intDb_MsgRspPrint), OP(qos_intDb_MsgAckPrint), OP(qos_intDb_MsgSetConfCode),
-      OP(qos_intDb_MsgGetConfCode), OP(qos_intDb_MsgUpdateError), OP(qos_intDb_MsgSetErrorSet),
-      OP(qos_intDb_MsgGetErrorCode), OP(qos_intDb_MsgGetErrorType), OP(qos_intDb_MsgGetErrorSubType),
-      OP(qos_intDb_MsgSetErroredSfId), OP(qos_intDb_MsgGetErroredSfId), OP(qos_intDb_MsgResetError),
-
-      OP(qos_intDb_UpdateSfOnTaSucceeded), OP(qos_intDb_UpdateSfOnTaFailure), OP(qos_intDb_UpdateSfOnTaError),
-      OP(qos_intDb_UpdateSfOnTaForcedEnd), OP(qos_intDb_UpdateSfOnTaEnd), OP(qos_intDb_UpdateSfAddAbort),
-      OP(qos_intDb_UpdateSfOnTaAckLost), OP(qos_intDb_UpdateOnRegFinish),
-
-      OP(qos_intDb_FillActiveUsSfTable), OP(qos_intDb_AddActiveUsSfEntry), OP(qos_intDb_DeleteActiveUsSfEntry),
-      OP(qos_intDb_GetActiveSfIndexBySfid), OP(qos_intDb_GetActiveSfId), OP(qos_intDb_SetActiveSfId),
-      OP(qos_intDb_PrintActiveSfDB), OP(qos_intDb_AddActivePhsEntry), OP(qos_intDb_AddActivePhsEntryByDsid),
-      OP(qos_intDb_DeleteActivePhsEntry), OP(qos_intDb_DeleteActivePhsEntryByIndex),
-      OP(qos_intDb_GetActivePhsIndex), OP(qos_intDb_GetActivePhsIndexByClsf),
-      OP(qos_intDb_GetActivePhsIndexByDsid), OP(qos_intDb_GetActivePhsInfo), OP(qos_intDb_SetActivePhsSfid),
-      OP(qos_intDb_PrintActivePhsDB),
-
-      OP(qos_intDb_CheckCorrectness), OP(qos_intDb_GetSnmpNextSid), OP(qos_intDb_GetNextCmServiceTableIndex),
-      OP(qos_intDb_GetCmServiceTableAttr), OP(qos_intDb_GetNextSfSidClusterTableIndex),
-
-      OP(qos_dbc_DbReset),
-      ADAPT(qos_dbc_AddSfSidClusterMod,
-            [](uint32_t sfId, uint8_t clusterId, MappingList m) {
-              return qos_dbc_AddSfSidClusterMod(sfId, clusterId, m.count, m.data);
-            }),
-      OP(qos_dbc_VerifyAllSidClusterMaps), OP(qos_dbc_SetActions), OP(qos_dbc_ActiveDbAddSid),
-      OP(qos_dbc_RefreshBitmaps), OP(qos_dbc_UpdateSfSidClusterDb), OP(qos_dbc_SetSfChannelActive),
-      OP(qos_dbc_GetSfChannelBitmap), OP(qos_dbc_ResetSfBitmaps),
+#define QOS_OP(family, fn, locking, attaching, arguments) \
+  op(#fn, qosapi::Adapt<Kit, &fn>::call, ::qosapi::Locking::locking),
+#include "tools/api/operations.def"
+#undef QOS_OP
 
       // Clients read and write the bonding change store directly: a byte,
       // or a word when the value does not fit a byte.
@@ -369,7 +269,6 @@ std::vector<Operation> table() {
               return 0;
             }),
   };
-  for (Operation& o : t) o.locking = lockingOf(o.name);
   return t;
 }
 

@@ -24,6 +24,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/api/api.h"
+
 namespace fuzz {
 
 class Reader {
@@ -43,7 +45,7 @@ class Reader {
 // The encoding of a number as Reader::number reads it (shortest form).
 void encodeNumber(std::string& out, uint32_t value);
 
-enum class Locking { ByCaller, Itself, Takes, Gives };
+using Locking = qosapi::Locking;
 
 struct Call;
 
@@ -54,7 +56,7 @@ struct Operation {
   std::function<void(Call&)> run;  // decodes the inputs, then calls if allowed
 };
 
-// The client API in header order, then the harness's own steps (poke the
+// The client API in the order of tools/api/operations.def, then the harness's own steps (poke the
 // bonding change store, write through a buffer the library handed out,
 // change the platform's answers).
 const std::vector<Operation>& operations();

@@ -6,32 +6,6 @@
 #include "qosintdb.h"
 
 namespace qosdb {
-namespace {
-
-template <std::size_t N>
-std::string pick(const char* const (&names)[N], uint32_t value) {
-  if (value < N) return names[value];
-  return std::to_string(value) + "?";
-}
-
-}  // namespace
-
-std::string sfStateName(uint32_t state) {
-  static const char* const kNames[] = {"empty",       "operational", "adding",  "changing",
-                                       "deleting",    "addRejected", "deleted", "referenced"};
-  return pick(kNames, state);
-}
-
-std::string clsfStatusName(uint32_t status) {
-  static const char* const kNames[] = {"empty", "operational", "adding", "changing", "deleting", "phsPlaceholder"};
-  return pick(kNames, status);
-}
-
-std::string directionName(uint32_t direction) {
-  if (direction == QOS_DIR_UPSTREAM) return "up";
-  if (direction == QOS_DIR_DOWNSTREAM) return "down";
-  return std::to_string(direction) + "?";
-}
 
 std::string paramSetName(uint32_t bits) {
   if (bits == 0) return "-";
@@ -45,13 +19,6 @@ std::string paramSetName(uint32_t bits) {
   return out;
 }
 
-std::string taTypeName(uint32_t type) {
-  static const char* const kNames[] = {"DSA", "DSC", "DSD"};
-  return pick(kNames, type);
-}
-
-std::string initiatorName(uint32_t initiator) { return initiator == QOS_TA_BY_MODEM ? "modem" : "CMTS"; }
-
 std::string smStateName(uint32_t state) {
   return std::to_string(state) + (state == 2 || state == 3 ? " held" : "");
 }
@@ -64,16 +31,6 @@ std::string eventName(uint32_t event) {
     case QOS_EV_HOLDER_ACK_LOST: return "QOS_EV_HOLDER_ACK_LOST";
     case QOS_EV_HELD_SF_DELETED: return "QOS_EV_HELD_SF_DELETED";
     default: return "";
-  }
-}
-
-std::string dbcActionName(uint32_t action) {
-  switch (action) {
-    case QOS_DBC_FROM_CLUSTER: return "fromCluster";
-    case QOS_DBC_CREATED: return "created";
-    case QOS_DBC_CLIENT_SET: return "clientSet";
-    case QOS_DBC_CLIENT_DELETE: return "clientDelete";
-    default: return std::to_string(action) + "?";
   }
 }
 

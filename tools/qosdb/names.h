@@ -1,4 +1,5 @@
-// names.h - what the values of the region mean, as words for people.
+// names.h - what the values of the region mean, as words for people (the
+// names of enumerations are in tools/schema).
 #pragma once
 
 #include <cstddef>
@@ -7,16 +8,10 @@
 
 namespace qosdb {
 
-std::string sfStateName(uint32_t state);        // "operational", or "9?" for no known state
-std::string clsfStatusName(uint32_t status);    // "phsPlaceholder"
-std::string directionName(uint32_t direction);  // "up", "down"
 std::string paramSetName(uint32_t bits);        // "prov+adm+act", "-" for none
-std::string taTypeName(uint32_t type);          // "DSA", "DSC", "DSD"
-std::string initiatorName(uint32_t initiator);  // "modem", "CMTS"
 std::string smStateName(uint32_t state);        // "2 held"
 std::string taLink(int32_t index);              // "-" for -1, else the number
 std::string eventName(uint32_t event);          // "QOS_EV_HELD_SF_CHANGED", or "" when unknown
-std::string dbcActionName(uint32_t action);     // "fromCluster", "created", ...
 std::string hex(uint32_t value);                // "0x1001"
 std::string hexBytes(const uint8_t* bytes, std::size_t n);  // "0a1bff"
 

@@ -1,8 +1,8 @@
 // operations.cpp - the dispatch table of the client API for scenarios.
 //
-// One entry per exported operation: its name, the names of its C arguments
+// One entry per line of tools/api/operations.def: its name, its arguments
 // and the function itself. The kinds of the arguments come from the C
-// types: numbers are parsed from the scenario line, output pointers point
+// types: inputs come from the scenario line, output pointers point
 // at storage of the tool's own (filled with a marker first, so that only
 // what the operation wrote is printed). Where the C signature passes a
 // (length, pointer) pair, an in/out cursor or an address out, a small
@@ -20,6 +20,7 @@
 #include <utility>
 
 #include "names.h"
+#include "tools/api/api.h"
 #include "qosintdb.h"
 #include "qosintdb_platform.h"
 
@@ -27,7 +28,6 @@ namespace qosdb {
 namespace {
 
 constexpr uint8_t kUnwritten = 0xA5;  // outputs are filled with it before the call
-constexpr uint32_t kMaxRepeat = 65536;
 
 template <typename T>
 void markUnwritten(T& value) {
@@ -41,44 +41,6 @@ bool written(const T& value) {
   return std::memcmp(&value, &marker, sizeof value) != 0;
 }
 
-// Decimal, 0x-hex, optionally negative; at most 32 bits of magnitude.
-bool parseInteger(const std::string& text, int64_t& out) {
-  std::size_t i = 0;
-  bool negative = i < text.size() && text[i] == '-';
-  if (negative) ++i;
-  int base = 10;
-  if (text.size() > i + 2 && text[i] == '0' && (text[i + 1] == 'x' || text[i + 1] == 'X')) {
-    base = 16;
-    i += 2;
-  }
-  if (i >= text.size()) return false;
-  uint64_t value = 0;
-  for (; i < text.size(); ++i) {
-    char c = text[i];
-    int digit = c >= '0' && c <= '9' ? c - '0' : (c >= 'a' && c <= 'f') ? c - 'a' + 10 : (c >= 'A' && c <= 'F') ? c - 'A' + 10 : 99;
-    if (digit >= base) return false;
-    value = value * static_cast<uint64_t>(base) + static_cast<uint64_t>(digit);
-    if (value > 0xFFFFFFFFull) return false;
-  }
-  out = negative ? -static_cast<int64_t>(value) : static_cast<int64_t>(value);
-  return true;
-}
-
-int64_t number(const std::string& token, int64_t low, int64_t high, const char* kind) {
-  int64_t v = 0;
-  if (!parseInteger(token, v)) throw "'" + token + "' is not a number (decimal, 0x-hex or negative)";
-  if (v < low || v > high) throw "'" + token + "' does not fit a " + kind;
-  return v;
-}
-
-std::vector<std::string> split(const std::string& text, char sep) {
-  std::vector<std::string> out;
-  std::string part;
-  std::istringstream in(text);
-  while (std::getline(in, part, sep)) out.push_back(part);
-  return out;
-}
-
 bool hexName(const std::string& name) {
   auto ends = [&name](const char* tail) {
     std::size_t n = std::strlen(tail);
@@ -87,33 +49,31 @@ bool hexName(const std::string& name) {
   return ends("Id") || ends("Sid") || name == "sid" || name == "bitmap";
 }
 
-// ---- Argument slots: how one C argument is parsed, passed and printed ----------
+// ---- Argument slots: how one C argument is taken, passed and printed ----------
+//
+// An input slot takes its argument as the scenario reader checked it
+// (tools/api/scenario.h); kind() is the kind operations.def must give it.
 
+using qosapi::Argument;
+
+// An input passed as the reader checked it: numbers, four numbers, the region.
 template <typename T>
-struct Number {
+struct In {
   static constexpr bool kInput = true;
   static const char* kind();
-  static int64_t low();
-  static int64_t high();
-  T value{};
-  void parse(const std::string& token) {
-    value = static_cast<T>(static_cast<uint32_t>(number(token, low(), high(), kind())));
-  }
-  T pass() const { return value; }
+  Argument a;
+  void take(const Argument& given) { a = given; }
+  T pass() const { return static_cast<T>(static_cast<uint32_t>(a.number)); }
   void show(const std::string&, std::vector<std::string>&) const {}
 };
-template <> const char* Number<uint8_t>::kind() { return "u8"; }
-template <> const char* Number<uint16_t>::kind() { return "u16"; }
-template <> const char* Number<uint32_t>::kind() { return "u32"; }
-template <> const char* Number<int32_t>::kind() { return "i32"; }
-template <> int64_t Number<uint8_t>::low() { return 0; }
-template <> int64_t Number<uint16_t>::low() { return 0; }
-template <> int64_t Number<uint32_t>::low() { return INT32_MIN; }
-template <> int64_t Number<int32_t>::low() { return INT32_MIN; }
-template <> int64_t Number<uint8_t>::high() { return UINT8_MAX; }
-template <> int64_t Number<uint16_t>::high() { return UINT16_MAX; }
-template <> int64_t Number<uint32_t>::high() { return UINT32_MAX; }
-template <> int64_t Number<int32_t>::high() { return UINT32_MAX; }
+template <> const char* In<uint8_t>::kind() { return "u8"; }
+template <> const char* In<uint16_t>::kind() { return "u16"; }
+template <> const char* In<uint32_t>::kind() { return "u32"; }
+template <> const char* In<int32_t>::kind() { return "i32"; }
+template <> const char* In<const uint32_t*>::kind() { return "u32x4"; }
+template <> const char* In<void*>::kind() { return "region"; }
+template <> const uint32_t* In<const uint32_t*>::pass() const { return a.null ? nullptr : a.four; }
+template <> void* In<void*>::pass() const { return a.null ? nullptr : shm_get(1, QOS_REGION_SEGMENT_ID); }
 
 template <typename T>
 std::string valueText(const std::string& name, T value) {
@@ -140,7 +100,7 @@ struct Cursor {
   static constexpr bool kInput = true;
   static const char* kind() { return "i32"; }
   int32_t value = 0;
-  void parse(const std::string& token) { value = static_cast<int32_t>(static_cast<uint32_t>(number(token, INT32_MIN, UINT32_MAX, "i32"))); }
+  void take(const Argument& a) { value = static_cast<int32_t>(static_cast<uint32_t>(a.number)); }
   Cursor& pass() { return *this; }
   void show(const std::string& name, std::vector<std::string>& outs) const {
     outs.push_back(name + "=" + std::to_string(value));
@@ -155,33 +115,9 @@ struct Bytes {
   uint32_t size = 0;
   bool null = false;
 
-  void parse(const std::string& token) {
-    if (token == "NULL") {
-      null = true;
-      return;
-    }
-    if (token == "-") return;
-    std::vector<std::string> parts = split(token, '*');
-    uint32_t repeat = 1;
-    if (parts.size() == 2) {
-      repeat = static_cast<uint32_t>(number(parts[1], 0, kMaxRepeat, "repetition (0..65536)"));
-    } else if (parts.size() != 1) {
-      throw "'" + token + "' is no byte string (pairs of hex digits like 0a1b, a repetition like 00*16, - or NULL)";
-    }
-    std::string digits;
-    for (char c : parts[0]) {
-      if (c != ':' && c != '.') digits += c;
-    }
-    const std::string bad = "'" + token + "' is no byte string (pairs of hex digits like 0a1b or 0a:1b, a repetition like 00*16, - or NULL)";
-    if (digits.empty() || digits.size() % 2 != 0) throw bad;
-    std::vector<uint8_t> once;
-    for (std::size_t i = 0; i < digits.size(); i += 2) {
-      int64_t byte = 0;
-      if (!parseInteger("0x" + digits.substr(i, 2), byte)) throw bad;
-      once.push_back(static_cast<uint8_t>(byte));
-    }
-    buffer.clear();
-    for (uint32_t r = 0; r < repeat; ++r) buffer.insert(buffer.end(), once.begin(), once.end());
+  void take(const Argument& a) {
+    null = a.null;
+    buffer = a.expanded();
     size = static_cast<uint32_t>(buffer.size());
     if (buffer.empty()) buffer.push_back(0);
   }
@@ -201,33 +137,11 @@ struct Mappings {
   uint32_t given = 0;
   bool null = false;
 
-  void parse(const std::string& token) {
-    if (token == "NULL") {
-      null = true;
-      return;
-    }
-    if (token != "-") {
-      for (const std::string& entry : split(token, ',')) entries.push_back(parseEntry(entry));
-    }
+  void take(const Argument& a) {
+    null = a.null;
+    entries = a.mappings;
     given = static_cast<uint32_t>(entries.size());
     if (entries.size() < QOS_CHANNELS_PER_CLUSTER) entries.resize(QOS_CHANNELS_PER_CLUSTER, SidChannelMapping{});
-  }
-  static SidChannelMapping parseEntry(const std::string& entry) {
-    SidChannelMapping m{};
-    std::string rest = entry;
-    std::size_t colon = rest.find(':');
-    if (colon != std::string::npos) {
-      std::string action = rest.substr(0, colon);
-      m.action = action == "add" ? uint32_t{QOS_MAP_ADD}
-                 : action == "del" ? uint32_t{QOS_MAP_DELETE}
-                                   : static_cast<uint32_t>(number(action, 0, UINT32_MAX, "mapping action (add, del or a number)"));
-      rest = rest.substr(colon + 1);
-    }
-    std::vector<std::string> pair = split(rest, '/');
-    if (pair.size() != 2) throw "'" + entry + "' is no mapping (ucid/sid, optionally add: or del: first)";
-    m.ucid = static_cast<uint8_t>(number(pair[0], 0, UINT8_MAX, "UCID (0..255)"));
-    m.sid = static_cast<uint16_t>(number(pair[1], 0, UINT16_MAX, "SID (0..65535)"));
-    return m;
   }
   const SidChannelMapping* data() const { return null ? nullptr : entries.data(); }
   uint32_t count() const { return given; }
@@ -252,38 +166,6 @@ struct MappingsOut {
     for (const auto& m : entries) text += (text.empty() ? "" : ",") + mappingText(m);
     outs.push_back(name + "=" + text);
   }
-};
-
-// Four 32-bit numbers (UCIDs, interface indexes).
-struct Quad {
-  static constexpr bool kInput = true;
-  static const char* kind() { return "u32x4"; }
-  uint32_t values[4] = {};
-  bool null = false;
-  void parse(const std::string& token) {
-    if (token == "NULL") {
-      null = true;
-      return;
-    }
-    std::vector<std::string> parts = split(token, ',');
-    if (parts.size() != 4) throw "'" + token + "' is not four numbers separated by commas";
-    for (std::size_t i = 0; i < 4; ++i) values[i] = static_cast<uint32_t>(number(parts[i], 0, UINT32_MAX, "u32"));
-  }
-  const uint32_t* pass() const { return null ? nullptr : values; }
-  void show(const std::string&, std::vector<std::string>&) const {}
-};
-
-// The region's address in this process, or NULL.
-struct RegionBase {
-  static constexpr bool kInput = true;
-  static const char* kind() { return "region"; }
-  bool null = false;
-  void parse(const std::string& token) {
-    if (token != "region" && token != "NULL") throw "'" + token + "' is neither region nor NULL";
-    null = token == "NULL";
-  }
-  void* pass() const { return null ? nullptr : shm_get(1, QOS_REGION_SEGMENT_ID); }
-  void show(const std::string&, std::vector<std::string>&) const {}
 };
 
 // An address and a length written by the operation; the bytes there are
@@ -321,36 +203,25 @@ struct AuthOut : BufferOut {
 };
 
 template <typename P>
-struct SlotOf {
-  using type = std::decay_t<P>;  // the adapters' own argument types
+struct SlotOf {  // numbers, or the adapters' own argument types
+  using type = std::conditional_t<std::is_integral_v<P>, In<P>, std::decay_t<P>>;
 };
-template <> struct SlotOf<uint8_t> { using type = Number<uint8_t>; };
-template <> struct SlotOf<uint16_t> { using type = Number<uint16_t>; };
-template <> struct SlotOf<uint32_t> { using type = Number<uint32_t>; };
-template <> struct SlotOf<int32_t> { using type = Number<int32_t>; };
 template <> struct SlotOf<uint8_t*> { using type = Out<uint8_t>; };
 template <> struct SlotOf<uint16_t*> { using type = Out<uint16_t>; };
 template <> struct SlotOf<uint32_t*> { using type = Out<uint32_t>; };
 template <> struct SlotOf<int32_t*> { using type = Out<int32_t>; };
 template <> struct SlotOf<const SidChannelMapping*> { using type = Mappings; };
 template <> struct SlotOf<SidChannelMapping*> { using type = MappingsOut; };
-template <> struct SlotOf<const uint32_t*> { using type = Quad; };
-template <> struct SlotOf<void*> { using type = RegionBase; };
+template <> struct SlotOf<const uint32_t*> { using type = In<const uint32_t*>; };
+template <> struct SlotOf<void*> { using type = In<void*>; };
 
 // ---- One entry of the table ------------------------------------------------------
 
 template <typename Slots, std::size_t... I>
-void parseInputs(Slots& slots, const std::vector<std::string>& tokens, std::index_sequence<I...>) {
+void takeInputs(Slots& slots, const std::vector<Argument>& inputs, std::index_sequence<I...>) {
   std::size_t next = 0;
   auto one = [&](auto& slot) {
-    if constexpr (std::decay_t<decltype(slot)>::kInput) {
-      try {
-        slot.parse(tokens.at(next));
-      } catch (const std::string& why) {
-        throw ArgError{next, why};
-      }
-      ++next;
-    }
+    if constexpr (std::decay_t<decltype(slot)>::kInput) slot.take(inputs.at(next++));
   };
   (one(std::get<I>(slots)), ...);
   (void)one;
@@ -362,41 +233,76 @@ void showOutputs(const Slots& slots, const std::vector<std::string>& names, std:
   (std::get<I>(slots).show(names[I], outs), ...);
 }
 
-template <typename Slots, std::size_t... I>
-std::vector<std::string> inputNames(const std::vector<std::string>& names, std::index_sequence<I...>) {
-  std::vector<std::string> out;
-  auto one = [&](std::size_t i, auto* slot) {
-    using Slot = std::remove_pointer_t<decltype(slot)>;
-    if (Slot::kInput) out.push_back(names[i] + ":" + Slot::kind());
-  };
-  (one(I, static_cast<std::tuple_element_t<I, Slots>*>(nullptr)), ...);
-  (void)one;
-  return out;
-}
+// How the tool passes the arguments that C splits in two (tools/api/api.h).
+struct Kit {
+  using Bytes = const qosdb::Bytes&;
+  using Mappings = const qosdb::Mappings&;
+  using Cursor = qosdb::Cursor&;
+  static uint32_t length(Bytes b) { return b.length(); }
+  static const uint8_t* data(Bytes b) { return b.data(); }
+  static uint32_t count(Mappings m) { return m.count(); }
+  static const SidChannelMapping* entries(Mappings m) { return m.data(); }
+  static int32_t* cursor(Cursor c) { return &c.value; }
+};
+template <auto F>
+struct Adapt : qosapi::Adapt<Kit, F> {};
+
+}  // namespace
+}  // namespace qosdb
+
+// The buffers the library hands out are printed while the call holds the lock.
+namespace qosapi {
+template <auto F>
+struct Adapt<qosdb::Kit, F, int32_t (*)(uint32_t, uint32_t*, uint8_t**)> {
+  static int32_t call(uint32_t taIndex, qosdb::AuthOut& a) { return F(taIndex, &a.length, &a.data); }
+};
+template <auto F>
+struct Adapt<qosdb::Kit, F, int32_t (*)(uint32_t, uint8_t**, uint32_t*)> {
+  static int32_t call(uint32_t taIndex, qosdb::BufferOut& b) { return F(taIndex, &b.data, &b.length); }
+};
+}  // namespace qosapi
+
+namespace qosdb {
+namespace {
 
 template <typename R, typename... P>
-Operation op(const char* name, R (*fn)(P...), const char* argumentNames) {
+Operation op(const qosapi::OperationInfo& info, R (*fn)(P...)) {
   using Slots = std::tuple<typename SlotOf<P>::type...>;
   using Indexes = std::index_sequence_for<P...>;
   std::vector<std::string> names;
-  std::istringstream in(argumentNames);
-  for (std::string n; in >> n;) names.push_back(n);
+  std::vector<std::string> kinds{SlotOf<P>::type::kind()...};
+  std::istringstream in(info.arguments);
+  Operation o;
+  o.name = info.name;
+  for (std::string word; in >> word;) {
+    std::size_t i = names.size();
+    names.push_back(word.substr(0, word.find(':')));
+    if (i >= kinds.size() || word.substr(word.find(':') + 1) != kinds[i]) {
+      std::fprintf(stderr, "qosdb: %s: argument %s does not match the C declaration\n", info.name, word.c_str());
+      std::abort();
+    }
+    if (kinds[i] != "out") o.inputs.push_back(word);
+  }
   if (names.size() != sizeof...(P)) {
-    std::fprintf(stderr, "qosdb: %s: %zu argument names for %zu arguments\n", name, names.size(), sizeof...(P));
+    std::fprintf(stderr, "qosdb: %s: %zu arguments listed for %zu\n", info.name, names.size(), sizeof...(P));
     std::abort();
   }
-  Operation o;
-  o.name = name;
-  o.inputs = inputNames<Slots>(names, Indexes{});
-  o.prepare = [fn, names](const std::vector<std::string>& tokens) -> std::function<CallResult()> {
+  o.locking = info.locking;
+  o.attaches = info.attaching == qosapi::Attaching::Attaches;
+  o.needsStore = info.attaching != qosapi::Attaching::Free;
+  o.prepare = [fn, names](const std::vector<Argument>& inputs) -> std::function<CallResult()> {
     auto slots = std::make_shared<Slots>();
-    parseInputs(*slots, tokens, Indexes{});
+    takeInputs(*slots, inputs, Indexes{});
     return [fn, names, slots]() {
       CallResult r;
       auto call = [fn](auto&... s) { return fn(s.pass()...); };
       if constexpr (std::is_void_v<R>) {
         std::apply(call, *slots);
         r.hasResult = false;
+      } else if constexpr (std::is_pointer_v<R>) {
+        const char* text = std::apply(call, *slots);
+        r.hasResult = false;
+        r.text = text != nullptr ? "\"" + std::string(text) + "\"" : "NULL";
       } else {
         r.result = std::apply(call, *slots);
       }
@@ -407,216 +313,13 @@ Operation op(const char* name, R (*fn)(P...), const char* argumentNames) {
   return o;
 }
 
-#define OP(fn, names) op(#fn, fn, names)
-#define ADAPT(name, adapter, names) op(#name, +adapter, names)
-
 std::vector<Operation> table() {
-  std::vector<Operation> t = {
-      // Entry points and lock
-      ADAPT(qos_IntDb_Version, []() -> int32_t { return qos_IntDb_Version()[0] != '\0' ? 0 : -1; }, ""),
-      OP(qos_IntDb_Init, ""), OP(qos_IntDb_RetrieveAccess, ""), OP(qos_IntDb_Reset, ""), OP(qos_taDb_Lock, ""),
-      OP(qos_taDb_Unlock, ""), OP(qos_intDb_SfDb_init, "base"), OP(qos_intDb_MsgDb_init, "base"),
-      OP(qos_intDb_TaDb_init, "base"), OP(qos_dbc_DbInit, "base"),
-
-      // DSX transaction table
-      ADAPT(qos_TaDb_AddNewTa,
-            [](uint32_t taId, uint32_t type, uint32_t initiator, const Bytes& auth, uint32_t* taIndex) {
-              return qos_TaDb_AddNewTa(taId, type, initiator, auth.length(), auth.data(), taIndex);
-            },
-            "taId type initiator authData taIndex"),
-      OP(qos_TaDb_FindTaIndexByTaId, "taId taIndex"), OP(qos_TaDb_GetTaId, "taIndex taId"),
-      OP(qos_TaDb_GetTaType, "taIndex type"), OP(qos_TaDb_GetTaInitiator, "taIndex initiator"),
-      OP(qos_TaDb_GetTaSubtype, "taIndex subtype"), OP(qos_TaDb_SetTaSubtype, "taIndex subtype"),
-      OP(qos_TaDb_SetTaDbState, "taIndex state"), OP(qos_TaDb_GetTaDbState, "taIndex state"),
-      OP(qos_TaDb_IsTaHeld, "taIndex held"), OP(qos_TaDb_ResetRetCounter, "taIndex"),
-      OP(qos_TaDb_IncRetCounter, "taIndex"), OP(qos_TaDb_GetRetCounter, "taIndex retries"),
-      ADAPT(qos_TaDb_SetTaAuthBlock,
-            [](uint32_t taIndex, const Bytes& auth) { return qos_TaDb_SetTaAuthBlock(taIndex, auth.length(), auth.data()); },
-            "taIndex authData"),
-      ADAPT(qos_TaDb_GetTaAuthBlock,
-            [](uint32_t taIndex, AuthOut& auth) { return qos_TaDb_GetTaAuthBlock(taIndex, &auth.length, &auth.data); },
-            "taIndex authBlock"),
-      OP(qos_TaDb_CompareTaStates, "taIndexA taIndexB"), OP(qos_TaDb_CheckTaConflict, "taIndexA taIndexB"),
-      OP(qos_intDb_ResetTaDbRow, "taIndex"), OP(qos_intDb_TaDb_reset, ""), OP(qos_TaDb_printDb, ""),
-
-      // Service flows: table, creation, lookup, deletion
-      OP(qos_intDb_SfDb_Reset, ""), OP(qos_intDb_SfDb_RowReset, "sfIndex"),
-      OP(qos_intDb_FindSfDbNextFreeIndex, "sfIndex"), OP(qos_intDb_FindSfById, "sfId sfIndex"),
-      OP(qos_intDb_GetSfDbMaxIndex, "maxIndex"), OP(qos_intDb_UpdateSfNumber, "sfNumber"),
-      OP(qos_intDb_GetSfNumber, "sfNumber"), OP(qos_intDb_GetNextSFDbIndex, ""), OP(qos_intDb_DsdReqRecieved, ""),
-      OP(qos_intDb_AddSf, "sfId ref direction"), OP(qos_intDb_AddSfReference, "ref direction taIndex"),
-      OP(qos_intDb_AddSfId, "sfId direction taIndex"), OP(qos_intDb_ChangeSF, "sfIndex taIndex"),
-      OP(qos_intDb_StartDeleteSF, "sfIndex taIndex"), OP(qos_intDb_FindSfByRef, "ref sfIndex"),
-      OP(qos_intDb_FindSfByTaAndRef, "ref taIndex sfIndex"), OP(qos_intDb_FindSFByTaIndex, "taIndex sfIndex"),
-      OP(qos_intDb_FindSFByTaIndexAndDirection, "taIndex direction sfIndex"),
-      OP(qos_intDb_NextSFIndexOfTa, "taIndex prevIndex sfIndex"),
-      OP(qos_intDb_GetSfTaIndexAndPairSf, "sfIndex taIndex pairSfIndex"),
-      OP(qos_intDb_FindNextActiveSf, "prevIndex sfIndex"), OP(qos_intDb_FindSFIdValid, "sfId"),
-
-      // Service flows: attributes, prints, substitution
-      OP(qos_intDb_GetSfRef, "sfIndex ref"), OP(qos_intDb_GetSfId, "sfIndex sfId"),
-      OP(qos_intDb_SetSfId, "sfIndex sfId"), OP(qos_intDb_GetSfSid, "sfIndex sid"),
-      OP(qos_intDb_SetSfSid, "sfIndex sid"), OP(qos_intDb_GetSFState, "sfIndex state"),
-      OP(qos_intDb_SetSFState, "sfIndex state"), OP(qos_intDb_CheckSFOperational, "sfIndex"),
-      OP(qos_intDb_GetServiceFlowDirection, "sfIndex direction"), OP(qos_intDb_GetSfDirection, "sfIndex direction"),
-      OP(qos_intDb_GetServiceFlowParamSet, "sfIndex paramSetType"),
-      OP(qos_intDb_SetServiceFlowParamSet, "sfIndex paramSetType"),
-      OP(qos_intDb_GetSfQosDbIndex, "sfIndex qosDbIndex"), OP(qos_intDb_SetSfQosDbIndex, "sfIndex qosDbIndex"),
-      OP(qos_intDb_GetSFTaIndex, "sfIndex taIndex"), OP(qos_intDb_SetSFTaIndex, "sfIndex taIndex"),
-      OP(qos_intDb_GetSFHeldTaIndex, "sfIndex heldTaIndex"), OP(qos_intDb_GetSfClusterCounter, "sfIndex counter"),
-      OP(qos_intDb_GetServiceFlowClassCounter, "sfIndex counter"),
-      OP(qos_intDb_GetServiceFlowPhsCounter, "sfIndex counter"), OP(qos_intDb_GetSfPrimaryRef, "direction ref"),
-      OP(qos_intDb_SetSfPrimaryRef, "direction ref"), OP(qos_intDb_GetActiveSfNumber, "activeSfNumber"),
-      OP(qos_intDb_fullPrintSF, "sfIndex"), OP(qos_intDb_shortPrintSF, "sfIndex"),
-      OP(qos_intDb_SubstituteSfId, "oldSfId newSfId"),
-
-      // Classifiers
-      OP(qos_intDb_FindClsfByRef, "ref clsfIndex"), OP(qos_intDb_FindClsfById, "clsfId sfId clsfIndex"),
-      OP(qos_intDb_FindClsfByTaAndRef, "ref taIndex clsfIndex"),
-      OP(qos_intDb_GetNextClsfOfSf, "sfId prevIndex clsfId clsfIndex"),
-      OP(qos_intDb_IsClsfInDeleting, "clsfIndex deleting"), OP(qos_intDb_SetClsfId, "clsfIndex clsfId"),
-      OP(qos_intDb_GetClsfId, "clsfIndex clsfId"), OP(qos_intDb_SetClsfSfid, "clsfIndex sfId"),
-      OP(qos_intDb_GetClsfSfid, "clsfIndex sfId"), OP(qos_intDb_GetClsfDbMaxIndex, "maxIndex"),
-      OP(qos_intDb_SetClsfMaxNum, "maxNum"), OP(qos_intDb_GetClsfMaxNum, "maxNum"),
-      OP(qos_intDb_GetClsfNumber, "clsfNumber"), OP(qos_intDb_FindClsfDbNextFreeIndex, "clsfIndex"),
-      OP(qos_intDb_PrintClsf, "clsfIndex"), OP(qos_intDb_AddClsf, "sfId sfRef clsfRef"),
-      OP(qos_intDb_AddClsfRef, "sfRef clsfRef taIndex"), OP(qos_intDb_AddClsfId, "sfId clsfId taIndex"),
-      OP(qos_intDb_AppendClsfRef, "sfIndex clsfRef taIndex"), OP(qos_intDb_AppendClsfId, "sfIndex clsfId taIndex"),
-      OP(qos_intDb_ChangeClassifier, "sfIndex clsfIndex taIndex"),
-      OP(qos_intDb_DeleteClassifier, "sfIndex clsfIndex taIndex"),
-
-      // PHS rules
-      OP(qos_intDb_AddPhs, "sfRef clsfRef"), OP(qos_intDb_AddPhsRef, "sfRef clsfRef taIndex"),
-      OP(qos_intDb_AddPhsId, "sfId clsfId taIndex"), OP(qos_intDb_AppendPhs_ClsfRef, "sfId clsfRef taIndex"),
-      OP(qos_intDb_AppendPhs_ClsfId, "sfId clsfId taIndex"), OP(qos_intDb_ChangePhs, "sfId clsfId taIndex"),
-      OP(qos_intDb_DeletePhs, "sfId taIndex deleteAll"),
-
-      // SID clusters and switchover criteria
-      OP(qos_intDb_AddSfSidCluster, "sfId clusterId channels"), OP(qos_intDb_DelSfSidCluster, "sfId clusterId"),
-      OP(qos_intDb_DeleteSidClustersOfSf, "sfId"), OP(qos_intDb_GetSfSidCluster, "sfId clusterId channels"),
-      ADAPT(qos_intDb_GetNextSfSidCluster,
-            [](uint32_t sfId, Cursor& rowIndex, uint8_t* clusterId, SidChannelMapping* channels) {
-              return qos_intDb_GetNextSfSidCluster(sfId, &rowIndex.value, clusterId, channels);
-            },
-            "sfId rowIndex clusterId channels"),
-      OP(qos_intDb_GetSidClusterTableRow, "sfId clusterId ucid sid"), OP(qos_intDb_PrintSidClusters, ""),
-      OP(qos_intDb_SetSfSidClusterParams,
-         "sfId maxOutstandingBytes maxTotalBytesRequested maxTimeInCluster maxRequests"),
-      OP(qos_intDb_GetSfSidClusterParams,
-         "sfId maxOutstandingBytes maxTotalBytesRequested maxTimeInCluster maxRequests"),
-      OP(qos_intDb_DeleteSfSidClusterParams, "sfId"), OP(qos_intDb_GetClusterDbMaxIndex, "maxIndex"),
-      OP(qos_intDb_GetClusterMaxNum, "maxNum"), OP(qos_intDb_SetClusterMaxNum, "maxNum"),
-      OP(qos_intDb_GetClusterNumber, "clusterNumber"), OP(qos_intDb_FindClusterDbNextFreeIndex, "rowIndex"),
-
-      // DSX message store
-      OP(qos_intDb_MsgDb_reset, ""), OP(qos_intDb_MsgInitBufferForTa, "taIndex type noHeader"),
-      OP(qos_intDb_MsgResetTaBuffer, "taIndex"),
-      ADAPT(qos_intDb_MsgAddReqBufferTlv,
-            [](uint32_t taIndex, uint32_t type, const Bytes& v) {
-              return qos_intDb_MsgAddReqBufferTlv(taIndex, type, v.length(), v.data());
-            },
-            "taIndex type value"),
-      ADAPT(qos_intDb_MsgAddRspBufferTlv,
-            [](uint32_t taIndex, uint32_t type, const Bytes& v) {
-              return qos_intDb_MsgAddRspBufferTlv(taIndex, type, v.length(), v.data());
-            },
-            "taIndex type value"),
-      ADAPT(qos_intDb_MsgAddAckBufferTlv,
-            [](uint32_t taIndex, uint32_t type, const Bytes& v) {
-              return qos_intDb_MsgAddAckBufferTlv(taIndex, type, v.length(), v.data());
-            },
-            "taIndex type value"),
-      ADAPT(qos_intDb_MsgAddReqBufferField,
-            [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgAddReqBufferField(taIndex, b.length(), b.data()); },
-            "taIndex field"),
-      ADAPT(qos_intDb_MsgAddRspBufferField,
-            [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgAddRspBufferField(taIndex, b.length(), b.data()); },
-            "taIndex field"),
-      ADAPT(qos_intDb_MsgAddAckBufferField,
-            [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgAddAckBufferField(taIndex, b.length(), b.data()); },
-            "taIndex field"),
-      ADAPT(qos_intDb_MsgUpdateReqBuffer,
-            [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgUpdateReqBuffer(taIndex, b.data(), b.length()); },
-            "taIndex message"),
-      ADAPT(qos_intDb_MsgUpdateRspBuffer,
-            [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgUpdateRspBuffer(taIndex, b.data(), b.length()); },
-            "taIndex message"),
-      ADAPT(qos_intDb_MsgUpdateAckBuffer,
-            [](uint32_t taIndex, const Bytes& b) { return qos_intDb_MsgUpdateAckBuffer(taIndex, b.data(), b.length()); },
-            "taIndex message"),
-      ADAPT(qos_intDb_MsgGetReqBuffer,
-            [](uint32_t taIndex, BufferOut& b) { return qos_intDb_MsgGetReqBuffer(taIndex, &b.data, &b.length); },
-            "taIndex data"),
-      ADAPT(qos_intDb_MsgGetRspBuffer,
-            [](uint32_t taIndex, BufferOut& b) { return qos_intDb_MsgGetRspBuffer(taIndex, &b.data, &b.length); },
-            "taIndex data"),
-      ADAPT(qos_intDb_MsgGetAckBuffer,
-            [](uint32_t taIndex, BufferOut& b) { return qos_intDb_MsgGetAckBuffer(taIndex, &b.data, &b.length); },
-            "taIndex data"),
-      ADAPT(qos_intDb_MsgGetMsgSendBuff,
-            [](uint32_t taIndex, BufferOut& b) { return qos_intDb_MsgGetMsgSendBuff(taIndex, &b.data, &b.length); },
-            "taIndex data"),
-      OP(qos_intDb_MsgDbPrint, "taIndex"), OP(qos_intDb_MsgReqPrint, "taIndex type"),
-      OP(qos_intDb_MsgRspPrint, "taIndex type"), OP(qos_intDb_MsgAckPrint, "taIndex type"),
-      OP(qos_intDb_MsgSetConfCode, "taIndex confCode"), OP(qos_intDb_MsgGetConfCode, "taIndex confCode"),
-      OP(qos_intDb_MsgUpdateError, "taIndex confCode"),
-      OP(qos_intDb_MsgSetErrorSet, "taIndex errorCode errorType errorSubType errorSubType2"),
-      OP(qos_intDb_MsgGetErrorCode, "taIndex errorCode"), OP(qos_intDb_MsgGetErrorType, "taIndex errorType"),
-      OP(qos_intDb_MsgGetErrorSubType, "taIndex errorSubType errorSubType2"),
-      OP(qos_intDb_MsgSetErroredSfId, "taIndex sfId"), OP(qos_intDb_MsgGetErroredSfId, "taIndex sfId"),
-      OP(qos_intDb_MsgResetError, "taIndex"),
-
-      // Transaction outcomes
-      OP(qos_intDb_UpdateSfOnTaSucceeded, "taIndex"), OP(qos_intDb_UpdateSfOnTaFailure, "taIndex"),
-      OP(qos_intDb_UpdateSfOnTaError, "taIndex"), OP(qos_intDb_UpdateSfOnTaForcedEnd, "taIndex"),
-      OP(qos_intDb_UpdateSfOnTaEnd, "taIndex"), OP(qos_intDb_UpdateSfAddAbort, "taIndex"),
-      OP(qos_intDb_UpdateSfOnTaAckLost, "taIndex"), OP(qos_intDb_UpdateOnRegFinish, ""),
-
-      // Active upstream flows and active PHS entries
-      OP(qos_intDb_FillActiveUsSfTable, ""), OP(qos_intDb_AddActiveUsSfEntry, "sfId"),
-      OP(qos_intDb_DeleteActiveUsSfEntry, "sfId"), OP(qos_intDb_GetActiveSfIndexBySfid, "sfId activeIndex"),
-      OP(qos_intDb_GetActiveSfId, "activeIndex sfId"), OP(qos_intDb_SetActiveSfId, "activeIndex sfId"),
-      OP(qos_intDb_PrintActiveSfDB, ""), OP(qos_intDb_AddActivePhsEntry, "sfId clsfId phsi direction"),
-      OP(qos_intDb_AddActivePhsEntryByDsid, "dsid"),
-      OP(qos_intDb_DeleteActivePhsEntry, "sfId clsfId phsi direction"),
-      OP(qos_intDb_DeleteActivePhsEntryByIndex, "activePhsIndex direction"),
-      OP(qos_intDb_GetActivePhsIndex, "sfId direction activePhsIndex"),
-      OP(qos_intDb_GetActivePhsIndexByClsf, "sfId clsfId direction activePhsIndex"),
-      OP(qos_intDb_GetActivePhsIndexByDsid, "dsid activePhsIndex"),
-      OP(qos_intDb_GetActivePhsInfo, "activePhsIndex direction sfId clsfId phsi"),
-      OP(qos_intDb_SetActivePhsSfid, "activePhsIndex direction sfId"), OP(qos_intDb_PrintActivePhsDB, ""),
-
-      // Registration check and SNMP walks
-      OP(qos_intDb_CheckCorrectness, ""), OP(qos_intDb_GetSnmpNextSid, "sid nextSid"),
-      OP(qos_intDb_GetNextCmServiceTableIndex, "ifIndex sid usIfIndex nextIfIndex nextSid"),
-      OP(qos_intDb_GetCmServiceTableAttr, "usPort sid activeIndex value2 value3"),
-      OP(qos_intDb_GetNextSfSidClusterTableIndex, "sfId clusterId ucid nextSfId nextClusterId nextUcid"),
-
-      // Bonding change store
-      OP(qos_dbc_DbReset, ""),
-      ADAPT(qos_dbc_AddSfSidClusterMod,
-            [](uint32_t sfId, uint8_t clusterId, const Mappings& m) {
-              return qos_dbc_AddSfSidClusterMod(sfId, clusterId, m.count(), m.data());
-            },
-            "sfId clusterId mappings"),
-      OP(qos_dbc_VerifyAllSidClusterMaps, "channelUcids"), OP(qos_dbc_SetActions, ""),
-      OP(qos_dbc_ActiveDbAddSid, "sfId clusterId port sid"), OP(qos_dbc_RefreshBitmaps, ""),
-      OP(qos_dbc_UpdateSfSidClusterDb, ""), OP(qos_dbc_SetSfChannelActive, "sfId channel active"),
-      OP(qos_dbc_GetSfChannelBitmap, "sfId bitmap"), OP(qos_dbc_ResetSfBitmaps, ""),
+  return {
+#define QOS_OP(family, fn, locking, attaching, arguments) \
+  op(QOSAPI_INFO(family, fn, locking, attaching, arguments), Adapt<&fn>::call),
+#include "tools/api/operations.def"
+#undef QOS_OP
   };
-
-  for (Operation& o : t) {
-    if (o.name == "qos_TaDb_AddNewTa" || o.name == "qos_intDb_ResetTaDbRow" || o.name == "qos_intDb_TaDb_reset" ||
-        o.name == "qos_IntDb_Init" || o.name == "qos_IntDb_Reset") {
-      o.locking = Locking::Itself;
-    } else if (o.name == "qos_taDb_Lock") {
-      o.locking = Locking::Takes;
-    } else if (o.name == "qos_taDb_Unlock") {
-      o.locking = Locking::Gives;
-    }
-    o.attaches = o.name == "qos_IntDb_Init" || o.name == "qos_IntDb_RetrieveAccess";
-  }
-  return t;
 }
 
 }  // namespace

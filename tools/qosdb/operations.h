@@ -18,35 +18,27 @@
 #include <string>
 #include <vector>
 
+#include "tools/api/scenario.h"
+
 namespace qosdb {
 
 struct CallResult {
   bool hasResult = true;  // false for operations without a result (void)
   int32_t result = 0;
   std::vector<std::string> outputs;  // "name=value" for every output the call wrote
+  std::string text;                  // what an operation returning a string returned, quoted, or NULL
 };
 
-// An argument that does not parse: its position among the inputs (from 0)
-// and why.
-struct ArgError {
-  std::size_t index;
-  std::string message;
-};
-
-enum class Locking {
-  ByCaller,  // the tool holds the lock around the call
-  Itself,    // takes the lock by itself: the caller must not hold it
-  Takes,     // qos_taDb_Lock
-  Gives      // qos_taDb_Unlock
-};
+using Locking = qosapi::Locking;  // ByCaller: the tool holds the lock around the call
 
 struct Operation {
   std::string name;
   std::vector<std::string> inputs;  // "name:kind" of each input argument
   Locking locking = Locking::ByCaller;
   bool attaches = false;            // creates or attaches to the store itself
-  // Parses the input tokens (throws ArgError); the call, ready to run.
-  std::function<std::function<CallResult()>(const std::vector<std::string>&)> prepare;
+  bool needsStore = true;           // false: works without a store
+  // The call with these inputs (as readScenario checked them), ready to run.
+  std::function<std::function<CallResult()>(const std::vector<qosapi::Argument>&)> prepare;
 };
 
 const std::vector<Operation>& operations();

@@ -3,8 +3,9 @@
 // A scenario is a text file with one operation of the client API per line:
 // its name, then its input arguments (syntax in operations.h). `#` starts a
 // comment; a line that starts with `##` is narration, printed as it comes.
-// Every file is parsed whole before anything runs, so a malformed line
-// stops the run with its line number and nothing in the store changes.
+// Every file is read whole (tools/api/scenario.h) before anything runs, so a
+// malformed line stops the run at its line and column and nothing in the
+// store changes.
 //
 // The tool behaves as a client: it holds the lock around each operation,
 // except around the operations that take it by themselves. A scenario may
@@ -15,7 +16,6 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
-#include <sstream>
 
 #include "commands.h"
 #include "operations.h"
@@ -40,13 +40,6 @@ struct Scenario {
   std::vector<Step> steps;
 };
 
-std::string trim(const std::string& s) {
-  auto b = s.find_first_not_of(" \t\r");
-  if (b == std::string::npos) return "";
-  auto e = s.find_last_not_of(" \t\r");
-  return s.substr(b, e - b + 1);
-}
-
 std::string join(const std::vector<std::string>& parts, const char* sep) {
   std::string out;
   for (const auto& p : parts) out += (out.empty() ? "" : sep) + p;
@@ -55,49 +48,30 @@ std::string join(const std::vector<std::string>& parts, const char* sep) {
 
 Scenario parse(const std::string& file, std::istream& in, bool& lockHeld) {
   Scenario s{file, file.substr(file.find_last_of('/') + 1), {}};
-  std::string raw;
-  int line = 0;
-  auto fail = [&](const std::string& why) { throw Failure(file + ":" + std::to_string(line) + ": " + why, 2); };
-  while (std::getline(in, raw)) {
-    ++line;
-    std::string text = trim(raw);
-    if (text.rfind("##", 0) == 0) {
-      Step n;
-      n.line = line;
-      n.narration = trim(text.substr(2));
-      s.steps.push_back(std::move(n));
-      continue;
-    }
-    text = trim(text.substr(0, text.find('#')));
-    if (text.empty()) continue;
-    std::istringstream words(text);
-    std::string name;
-    words >> name;
-    std::vector<std::string> args;
-    for (std::string a; words >> a;) args.push_back(a);
-
+  std::vector<qosapi::ScenarioLine> lines;
+  try {
+    lines = qosapi::readScenario(in, file);
+  } catch (const qosapi::ScenarioError& e) {
+    throw Failure(e.what(), 2);
+  }
+  for (const auto& line : lines) {
     Step step;
-    step.line = line;
-    step.text = text;
-    step.op = findOperation(name);
-    if (step.op == nullptr) fail("unknown operation '" + name + "' (qosdb run --list shows them all)");
-    const Operation& op = *step.op;
-    if (args.size() != op.inputs.size()) {
-      fail(name + " takes " + std::to_string(op.inputs.size()) + " argument" + (op.inputs.size() == 1 ? "" : "s") +
-           (op.inputs.empty() ? "" : " (" + join(op.inputs, " ") + ")") + ", " + std::to_string(args.size()) +
-           " given");
+    step.line = line.line;
+    step.text = line.text;
+    step.narration = line.narration;
+    if (line.op != nullptr) {
+      step.op = findOperation(line.op->name);
+      const Operation& op = *step.op;
+      if (lockHeld && (op.locking == Locking::Itself || op.locking == Locking::Takes)) {
+        throw Failure(qosapi::located(file, line.line, line.column,
+                                      op.name + " would wait for the lock that this scenario holds (take it with "
+                                                "qos_taDb_Lock, give it back with qos_taDb_Unlock first)"),
+                      2);
+      }
+      if (op.locking == Locking::Takes) lockHeld = true;
+      if (op.locking == Locking::Gives) lockHeld = false;
+      step.call = op.prepare(line.inputs);
     }
-    try {
-      step.call = op.prepare(args);
-    } catch (const ArgError& e) {
-      fail("argument " + std::to_string(e.index + 1) + " (" + op.inputs[e.index] + ") of " + name + ": " + e.message);
-    }
-    if (lockHeld && (op.locking == Locking::Itself || op.locking == Locking::Takes)) {
-      fail(name + " would wait for the lock that this scenario holds (take it with qos_taDb_Lock, give it back "
-                  "with qos_taDb_Unlock first)");
-    }
-    if (op.locking == Locking::Takes) lockHeld = true;
-    if (op.locking == Locking::Gives) lockHeld = false;
     s.steps.push_back(std::move(step));
   }
   return s;
@@ -141,7 +115,8 @@ class Runner {
         logs_.pending().clear();
         continue;
       }
-      std::cout << step.line << ": " << step.text << " -> " << (r.hasResult ? std::to_string(r.result) : "done");
+      std::cout << step.line << ": " << step.text << " -> "
+                << (r.hasResult ? std::to_string(r.result) : r.text.empty() ? "done" : r.text);
       for (const auto& o : r.outputs) std::cout << "  " << o;
       std::cout << "\n";
       for (const auto& l : logs_.pending()) std::cout << l << "\n";
@@ -159,7 +134,7 @@ class Runner {
  private:
   CallResult call(const Scenario& s, const Step& step) {
     const Operation& op = *step.op;
-    if (!attached_ && !op.attaches) {
+    if (!attached_ && !op.attaches && op.needsStore) {
       try {
         attach();
       } catch (const Failure& f) {

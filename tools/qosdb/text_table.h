@@ -28,7 +28,7 @@ class TextTable {
         line += row[c];
         if (c + 1 < row.size()) line += std::string(width[c] - row[c].size() + 2, ' ');
       }
-      out << line << '\n';
+      out << line.substr(0, line.find_last_not_of(' ') + 1) << '\n';
     }
   }
 
