@@ -25,7 +25,8 @@ std::set<std::string> exportedFunctions() {
   while (std::fgets(line, sizeof line, nm) != nullptr) {
     std::istringstream words(line);
     std::string value, type, name;
-    if (words >> value >> type >> name && (type == "T" || type == "W")) out.insert(name);
+    // A versioned symbol reads name@@NODE: the node is the version script's.
+    if (words >> value >> type >> name && (type == "T" || type == "W")) out.insert(name.substr(0, name.find('@')));
   }
   EXPECT_EQ(pclose(nm), 0) << command;
   return out;
