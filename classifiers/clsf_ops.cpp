@@ -17,6 +17,7 @@
 // when placing the classifier fails afterwards.
 #include "frame/log.h"
 #include "qosintdb.h"
+#include "serviceflows/internal.h"
 
 using qos::ClsfRow;
 using qos::local;
@@ -37,39 +38,9 @@ bool dscArgsValid(uint32_t sfIndex, uint32_t clsfIndex, int32_t taIndex) {
          taIndex <= kHighestTaIndex;
 }
 
-// The flow a classifier add binds to: the row found counts one classifier
-// more; without one, the free row picked becomes a placeholder that counts
-// this one, and `created` tells the caller to name it. Null when the flow
-// table is full.
-SfRow* bindFlow(qos::RowPick pick, bool& created) {
-  created = !pick.found;
-  if (pick.row < 0) return nullptr;
-  SfRow& flow = local.sf[pick.row];
-  if (!created) {
-    flow.clsfCounter++;
-    return &flow;
-  }
-  flow.state = QOS_SF_REFERENCED;
-  flow.clsfCounter = 1;
-  return &flow;
-}
-
-// The DSC mark of the flow; it stays even if the operation fails later.
-SfRow& markFlowChanging(uint32_t sfIndex, int32_t taIndex) {
-  SfRow& flow = local.sf[sfIndex];
-  flow.state = QOS_SF_CHANGING;
-  flow.taIndex = taIndex;
-  return flow;
-}
-
 void writeAdding(ClsfRow& row, int32_t taIndex) {
   row.status = QOS_CLSF_ADDING;
   row.taIndex = taIndex;
-}
-
-void countAppended(SfRow& flow) {
-  flow.clsfCounter++;
-  flow.appendedClsfCounter++;
 }
 
 }  // namespace
@@ -93,17 +64,16 @@ int32_t qos_intDb_AddClsf(uint32_t sfId, uint32_t sfRef, uint32_t clsfRef) {
       local.sf[flowPick.row].sfId != sfId) {
     return -1;
   }
-  bool created = false;
-  SfRow* flow = bindFlow(flowPick, created);
-  if (flow == nullptr) {
+  qos::flows::Placeholder names;
+  names.hasRef = true;
+  names.ref = sfRef;
+  names.hasSfId = true;
+  names.sfId = sfId;
+  if (qos::flows::bindClassifier(flowPick, names) < 0) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=%d", __func__,
             static_cast<int>(clsfRef));
     return -1;
-  }
-  if (created) {
-    flow->ref = static_cast<uint16_t>(sfRef);
-    flow->sfId = sfId;
   }
   ClsfRow& row = local.clsf[c];
   row.status = QOS_CLSF_OPERATIONAL;
@@ -133,17 +103,16 @@ int32_t qos_intDb_AddClsfRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) 
   const qos::RowPick flowPick = qos::sfTable().findOrTakeFree([sfRef, taIndex](const SfRow& r) {
     return uint32_t{r.ref} == sfRef && r.taIndex == taIndex;
   });
-  bool created = false;
-  SfRow* flow = bindFlow(flowPick, created);
-  if (flow == nullptr) {
+  qos::flows::Placeholder names;
+  names.hasRef = true;
+  names.ref = sfRef;
+  names.hasTa = true;
+  names.taIndex = taIndex;
+  if (qos::flows::bindClassifier(flowPick, names) < 0) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=%d", __func__,
             static_cast<int>(clsfRef));
     return -1;
-  }
-  if (created) {
-    flow->ref = static_cast<uint16_t>(sfRef);
-    flow->taIndex = taIndex;
   }
   ClsfRow& row = local.clsf[c];
   writeAdding(row, taIndex);
@@ -163,16 +132,17 @@ int32_t qos_intDb_AddClsfId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
     return -1;
   }
   const qos::RowPick flowPick = qos::sfTable().findOrTakeFree([sfId](const SfRow& r) { return r.sfId == sfId; });
-  bool created = false;
-  SfRow* flow = bindFlow(flowPick, created);
-  if (flow == nullptr) {
+  qos::flows::Placeholder names;
+  names.hasSfId = true;
+  names.sfId = sfId;
+  const int32_t f = qos::flows::bindClassifier(flowPick, names);
+  if (f < 0) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Id=%d", __func__,
             static_cast<int>(clsfId));
     return -1;
   }
-  if (created) flow->sfId = sfId;
-  flow->taIndex = taIndex;
+  qos::flows::workOn(static_cast<uint32_t>(f), taIndex);
   ClsfRow& row = local.clsf[c];
   writeAdding(row, taIndex);
   row.sfId = sfId;
@@ -183,7 +153,8 @@ int32_t qos_intDb_AddClsfId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
 int32_t qos_intDb_AppendClsfRef(uint32_t sfIndex, uint32_t clsfRef, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (!dscArgsValid(sfIndex, 0, taIndex)) return -1;
-  SfRow& flow = markFlowChanging(sfIndex, taIndex);
+  qos::flows::markChanging(sfIndex, taIndex);
+  const SfRow& flow = local.sf[sfIndex];
   const qos::RowPick pick = qos::clsfTable().findOrTakeFree([clsfRef, taIndex](const ClsfRow& r) {
     return uint32_t{r.ref} == clsfRef && r.taIndex == taIndex;
   });
@@ -205,15 +176,15 @@ int32_t qos_intDb_AppendClsfRef(uint32_t sfIndex, uint32_t clsfRef, int32_t taIn
   writeAdding(row, taIndex);
   row.sfId = flow.sfId;
   row.ref = static_cast<uint8_t>(clsfRef);
-  countAppended(flow);
+  qos::flows::countAppendedClassifier(sfIndex);
   return 0;
 }
 
 int32_t qos_intDb_AppendClsfId(uint32_t sfIndex, uint32_t clsfId, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (!dscArgsValid(sfIndex, 0, taIndex)) return -1;
-  SfRow& flow = markFlowChanging(sfIndex, taIndex);
-  const uint32_t sfId = flow.sfId;
+  qos::flows::markChanging(sfIndex, taIndex);
+  const uint32_t sfId = local.sf[sfIndex].sfId;
   const qos::RowPick pick = qos::clsfTable().findOrTakeFree(
       [sfId, clsfId](const ClsfRow& r) { return r.sfId == sfId && uint32_t{r.clsfId} == clsfId; });
   int32_t c = pick.row;
@@ -228,7 +199,7 @@ int32_t qos_intDb_AppendClsfId(uint32_t sfIndex, uint32_t clsfId, int32_t taInde
   writeAdding(row, taIndex);
   row.sfId = sfId;
   row.clsfId = static_cast<uint16_t>(clsfId);
-  countAppended(flow);
+  qos::flows::countAppendedClassifier(sfIndex);
   return 0;
 }
 
@@ -237,7 +208,7 @@ int32_t qos_intDb_AppendClsfId(uint32_t sfIndex, uint32_t clsfId, int32_t taInde
 int32_t qos_intDb_ChangeClassifier(uint32_t sfIndex, uint32_t clsfIndex, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (!dscArgsValid(sfIndex, clsfIndex, taIndex)) return -1;
-  markFlowChanging(sfIndex, taIndex);
+  qos::flows::markChanging(sfIndex, taIndex);
   ClsfRow& row = local.clsf[clsfIndex];
   row.status = QOS_CLSF_CHANGING;
   row.taIndex = taIndex;
@@ -248,9 +219,8 @@ int32_t qos_intDb_ChangeClassifier(uint32_t sfIndex, uint32_t clsfIndex, int32_t
 int32_t qos_intDb_DeleteClassifier(uint32_t sfIndex, uint32_t clsfIndex, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (!dscArgsValid(sfIndex, clsfIndex, taIndex)) return -1;
-  SfRow& flow = markFlowChanging(sfIndex, taIndex);
-  flow.clsfCounter--;
-  flow.deletedClsfCounter++;
+  qos::flows::markChanging(sfIndex, taIndex);
+  qos::flows::countDeletedClassifier(sfIndex);
   ClsfRow& row = local.clsf[clsfIndex];
   row.status = QOS_CLSF_DELETING;
   row.taIndex = taIndex;

@@ -17,7 +17,6 @@
 // ever writes a row other than the one whose index the caller passed.
 #include <cstdio>
 
-#include "frame/internal.h"
 #include "frame/log.h"
 #include "frame/out.h"
 #include "qosintdb.h"
@@ -173,12 +172,6 @@ int32_t qos_intDb_PrintClsf(int32_t clsfIndex) {
   for (int32_t i = first; i <= last; ++i) {
     if (local.clsf[i].used()) printRow(i, local.clsf[i]);
   }
-  return 0;
-}
-
-int32_t qos_intDb_UpdateClsfDbMaxIndex(void) {
-  QOS_REQUIRE_SF_DB(-1);
-  qos::clsfTable().lower();
   return 0;
 }
 

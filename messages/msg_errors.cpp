@@ -28,6 +28,19 @@ qos::MsgErrorRecord& record(uint32_t index) { return local.msgErrors[index]; }
 
 extern "C" {
 
+// Points this process's views at the message store; attaching writes one
+// record of the region: record 10 answers transactions nobody knows
+// (reject-unknown-transaction-id).
+int32_t qos_intDb_MsgDb_init(void* base) {
+  if (base == nullptr) return -1;
+  auto* region = static_cast<qos::QosIntDbRegion*>(base);
+  local.msgDbReady = 1;
+  local.msgs = decltype(local.msgs)(region->msgs);
+  local.msgErrors = decltype(local.msgErrors)(region->msgErrors);
+  qos_intDb_MsgSetConfCode(10, 10);
+  return 0;
+}
+
 int32_t qos_intDb_MsgSetConfCode(uint32_t taIndex, uint32_t confCode) {
   QOS_ERR_PREAMBLE(taIndex);
   record(taIndex).confCode = confCode;

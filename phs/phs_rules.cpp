@@ -11,11 +11,17 @@
 // the caller's transaction. The counters change when the operation runs;
 // the outcome processing never touches them.
 //
+// This folder owns no row: the flow rows change through serviceflows/ and
+// the placeholder classifier rows through classifiers/, each by the narrow
+// functions of their internal headers; nothing here may write a row itself.
+//
 // The adds make both searches before they write anything, so a failure
 // leaves every row as it was (a maximum index raised while choosing a row
 // may stay raised). The active PHS tables are not touched here.
+#include "classifiers/internal.h"
 #include "frame/log.h"
 #include "qosintdb.h"
+#include "serviceflows/internal.h"
 
 using qos::ClsfRow;
 using qos::local;
@@ -51,39 +57,40 @@ bool noConflict(const ClsfRow& clsf, const SfRow& flow, int32_t taIndex) {
   return freeFor(clsf.taIndex, taIndex) && freeFor(flow.taIndex, taIndex);
 }
 
-ClsfRow& newClsfPlaceholder(int32_t clsfIndex, int32_t taIndex) {
-  ClsfRow& row = local.clsf[clsfIndex];
-  row.status = QOS_CLSF_PHS_PLACEHOLDER;
-  row.taIndex = taIndex;
-  return row;
+// The names a placeholder flow row gets from a registration or DSA rule.
+qos::flows::Placeholder flowNames(bool byRef, uint32_t name, bool withTa, int32_t taIndex) {
+  qos::flows::Placeholder names;
+  names.hasRef = byRef;
+  names.ref = name;
+  names.hasSfId = !byRef;
+  names.sfId = name;
+  names.hasTa = withTa;
+  names.taIndex = taIndex;
+  return names;
 }
 
-SfRow& newFlowPlaceholder(int32_t sfIndex, int32_t taIndex) {
-  SfRow& flow = local.sf[sfIndex];
-  flow.state = QOS_SF_REFERENCED;
-  flow.taIndex = taIndex;
-  return flow;
-}
-
-// The DSC mark of the flow, with one more rule counted when `added`.
-void markFlowChanging(SfRow& flow, int32_t taIndex, bool added) {
-  flow.state = QOS_SF_CHANGING;
-  flow.taIndex = taIndex;
-  if (added) flow.phsCounter++;
+// The names a placeholder classifier row gets: a reference with the flow's
+// reference or SFID, or an identifier with the flow's SFID.
+qos::classifiers::Placeholder clsfNames(bool byRef, uint32_t name, bool flowByRef, uint32_t flowName,
+                                        bool withTa, int32_t taIndex) {
+  qos::classifiers::Placeholder names;
+  names.hasRef = byRef;
+  names.ref = name;
+  names.hasClsfId = !byRef;
+  names.clsfId = name;
+  names.hasSfRef = flowByRef;
+  names.sfRef = flowName;
+  names.hasSfId = !flowByRef;
+  names.sfId = flowName;
+  names.hasTa = withTa;
+  names.taIndex = taIndex;
+  return names;
 }
 
 }  // namespace
 
-// Binds `flow` to the first flow row with this SFID, or logs that the DSC
-// names an unknown flow and fails; `what` completes the message.
-#define QOS_PHS_FLOW(flow, sfId, what)                                               \
-  const int32_t flow##Index_ = flowById(sfId);                                       \
-  if (flow##Index_ < 0) {                                                            \
-    QOS_LOG(QOS_LOG_ERROR, "Cannot find SFID=0x%x in QOS internal DB for PHS " what, \
-            static_cast<unsigned>(sfId));                                            \
-    return -1;                                                                       \
-  }                                                                                  \
-  SfRow& flow = local.sf[flow##Index_]
+// The first words of the message that a DSC names an unknown flow.
+#define QOS_PHS_UNKNOWN_FLOW "Cannot find SFID=0x%x in QOS internal DB for PHS "
 
 extern "C" {
 
@@ -109,7 +116,6 @@ int32_t qos_intDb_AddPhs(uint32_t sfRef, uint32_t clsfRef) {
   }
   const qos::RowPick flowPick =
       qos::sfTable().findOrTakeFree([sfRef](const SfRow& r) { return uint32_t{r.ref} == sfRef; });
-  const bool newFlow = !flowPick.found;
   const int32_t f = flowPick.row;
   if (f < 0) {
     QOS_LOG(QOS_LOG_ERROR,
@@ -117,17 +123,8 @@ int32_t qos_intDb_AddPhs(uint32_t sfRef, uint32_t clsfRef) {
             static_cast<int>(sfRef));
     return -1;
   }
-  if (newClsf) {
-    ClsfRow& row = local.clsf[c];
-    row.status = QOS_CLSF_PHS_PLACEHOLDER;
-    row.ref = static_cast<uint8_t>(clsfRef);
-    row.sfRef = static_cast<uint16_t>(sfRef);
-  }
-  if (newFlow) {
-    local.sf[f].ref = static_cast<uint16_t>(sfRef);
-    local.sf[f].state = QOS_SF_REFERENCED;
-  }
-  local.sf[f].phsCounter++;
+  if (newClsf) qos::classifiers::makePhsPlaceholder(c, clsfNames(true, clsfRef, true, sfRef, false, -1));
+  qos::flows::bindPhsRule(flowPick, flowNames(true, sfRef, false, -1));
   return 0;
 }
 
@@ -146,20 +143,14 @@ int32_t qos_intDb_AddPhsRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) {
   }
   const qos::RowPick flowPick =
       qos::sfTable().findOrTakeFree([sfRef](const SfRow& r) { return uint32_t{r.ref} == sfRef; });
-  const bool newFlow = !flowPick.found;
   const int32_t f = flowPick.row;
   if (f < 0) {
     QOS_LOG(QOS_LOG_ERROR, "%s: SF int DB is full. Referred SF=%d cannot be added to DB for PHS",
             __func__, static_cast<int>(sfRef));
     return -1;
   }
-  if (newClsf) {
-    ClsfRow& row = newClsfPlaceholder(c, taIndex);
-    row.ref = static_cast<uint8_t>(clsfRef);
-    row.sfRef = static_cast<uint16_t>(sfRef);
-  }
-  if (newFlow) newFlowPlaceholder(f, taIndex).ref = static_cast<uint16_t>(sfRef);
-  local.sf[f].phsCounter++;
+  if (newClsf) qos::classifiers::makePhsPlaceholder(c, clsfNames(true, clsfRef, true, sfRef, true, taIndex));
+  qos::flows::bindPhsRule(flowPick, flowNames(true, sfRef, true, taIndex));
   return 0;
 }
 
@@ -175,7 +166,6 @@ int32_t qos_intDb_AddPhsId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
     return -1;
   }
   const qos::RowPick flowPick = qos::sfTable().findOrTakeFree(withSfId(sfId));
-  const bool newFlow = !flowPick.found;
   const int32_t f = flowPick.row;
   if (f < 0) {
     QOS_LOG(QOS_LOG_ERROR,
@@ -183,19 +173,19 @@ int32_t qos_intDb_AddPhsId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
             __func__, static_cast<int>(sfId));
     return -1;
   }
-  if (newClsf) {
-    ClsfRow& row = newClsfPlaceholder(c, taIndex);
-    row.clsfId = static_cast<uint16_t>(clsfId);
-    row.sfId = sfId;
-  }
-  if (newFlow) newFlowPlaceholder(f, taIndex).sfId = sfId;
-  local.sf[f].phsCounter++;
+  if (newClsf) qos::classifiers::makePhsPlaceholder(c, clsfNames(false, clsfId, false, sfId, true, taIndex));
+  qos::flows::bindPhsRule(flowPick, flowNames(false, sfId, true, taIndex));
   return 0;
 }
 
 int32_t qos_intDb_AppendPhs_ClsfRef(uint32_t sfId, uint32_t clsfRef, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  QOS_PHS_FLOW(flow, sfId, "adding");
+  const int32_t f = flowById(sfId);
+  if (f < 0) {
+    QOS_LOG(QOS_LOG_ERROR, QOS_PHS_UNKNOWN_FLOW "adding", static_cast<unsigned>(sfId));
+    return -1;
+  }
+  const SfRow& flow = local.sf[f];
   int32_t c = qos::clsfTable().findInRange(
       [clsfRef, sfId](const ClsfRow& r) { return uint32_t{r.ref} == clsfRef && r.sfId == sfId; });
   if (c >= 0) {
@@ -206,7 +196,7 @@ int32_t qos_intDb_AppendPhs_ClsfRef(uint32_t sfId, uint32_t clsfRef, int32_t taI
           static_cast<unsigned>(sfId), static_cast<int>(clsfRef));
       return -1;
     }
-    local.clsf[c].taIndex = taIndex;
+    qos::classifiers::workOn(c, taIndex);
   } else {
     if ((c = qos::clsfTable().takeFree()) < 0) {
       QOS_LOG(QOS_LOG_ERROR,
@@ -214,11 +204,10 @@ int32_t qos_intDb_AppendPhs_ClsfRef(uint32_t sfId, uint32_t clsfRef, int32_t taI
               static_cast<int>(clsfRef));
       return -1;
     }
-    ClsfRow& row = newClsfPlaceholder(c, taIndex);
-    row.sfId = sfId;
-    row.ref = static_cast<uint8_t>(clsfRef);
+    qos::classifiers::makePhsPlaceholder(c, clsfNames(true, clsfRef, false, sfId, true, taIndex));
   }
-  markFlowChanging(flow, taIndex, true);
+  qos::flows::markChanging(static_cast<uint32_t>(f), taIndex);
+  qos::flows::countPhsRule(static_cast<uint32_t>(f));
   return 0;
 }
 
@@ -232,7 +221,12 @@ int32_t qos_intDb_AppendPhs_ClsfId(uint32_t sfId, uint32_t clsfId, int32_t taInd
             static_cast<int>(taIndex));
     return -1;
   }
-  QOS_PHS_FLOW(flow, sfId, "adding");
+  const int32_t f = flowById(sfId);
+  if (f < 0) {
+    QOS_LOG(QOS_LOG_ERROR, QOS_PHS_UNKNOWN_FLOW "adding", static_cast<unsigned>(sfId));
+    return -1;
+  }
+  const SfRow& flow = local.sf[f];
   int32_t c = clsfById(clsfId, sfId);
   if (c >= 0 && !noConflict(local.clsf[c], flow, taIndex)) {
     QOS_LOG(QOS_LOG_ERROR,
@@ -251,17 +245,21 @@ int32_t qos_intDb_AppendPhs_ClsfId(uint32_t sfId, uint32_t clsfId, int32_t taInd
               static_cast<int>(clsfId));
       return -1;
     }
-    ClsfRow& row = newClsfPlaceholder(c, taIndex);
-    row.clsfId = static_cast<uint16_t>(clsfId);
-    row.sfId = sfId;
+    qos::classifiers::makePhsPlaceholder(c, clsfNames(false, clsfId, false, sfId, true, taIndex));
   }
-  markFlowChanging(flow, taIndex, true);
+  qos::flows::markChanging(static_cast<uint32_t>(f), taIndex);
+  qos::flows::countPhsRule(static_cast<uint32_t>(f));
   return 0;
 }
 
 int32_t qos_intDb_ChangePhs(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  QOS_PHS_FLOW(flow, sfId, "adding");
+  const int32_t f = flowById(sfId);
+  if (f < 0) {
+    QOS_LOG(QOS_LOG_ERROR, QOS_PHS_UNKNOWN_FLOW "adding", static_cast<unsigned>(sfId));
+    return -1;
+  }
+  const SfRow& flow = local.sf[f];
   int32_t c = clsfById(clsfId, sfId);
   if (c < 0) {
     QOS_LOG(QOS_LOG_ERROR, "Cannot change PHS, since its classifier is not found (ClsfId=%d)",
@@ -274,7 +272,7 @@ int32_t qos_intDb_ChangePhs(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
             static_cast<unsigned>(sfId), static_cast<int>(clsfId));
     return -1;
   }
-  markFlowChanging(flow, taIndex, false);
+  qos::flows::markChanging(static_cast<uint32_t>(f), taIndex);
   return 0;
 }
 
@@ -283,13 +281,13 @@ int32_t qos_intDb_ChangePhs(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
 // refuse the flow's configuration for PHS rules it does not have.
 int32_t qos_intDb_DeletePhs(uint32_t sfId, int32_t taIndex, uint32_t deleteAll) {
   QOS_REQUIRE_SF_DB(-1);
-  QOS_PHS_FLOW(flow, sfId, "deleting");
-  markFlowChanging(flow, taIndex, false);
-  if (deleteAll != 0) {
-    flow.phsCounter = 0;
-  } else if (flow.phsCounter != 0) {
-    flow.phsCounter--;
+  const int32_t f = flowById(sfId);
+  if (f < 0) {
+    QOS_LOG(QOS_LOG_ERROR, QOS_PHS_UNKNOWN_FLOW "deleting", static_cast<unsigned>(sfId));
+    return -1;
   }
+  qos::flows::markChanging(static_cast<uint32_t>(f), taIndex);
+  qos::flows::dropPhsRules(static_cast<uint32_t>(f), deleteAll != 0);
   return 0;
 }
 

@@ -20,6 +20,7 @@
 // never matches a row; it is stored as its low bits.
 #include "frame/log.h"
 #include "qosintdb.h"
+#include "serviceflows/internal.h"
 
 using qos::local;
 using qos::SfRow;
@@ -64,11 +65,11 @@ int32_t qos_intDb_AddSf(uint32_t sfId, uint32_t ref, uint32_t direction) {
   row.ref = static_cast<uint16_t>(ref);
   row.sfId = sfId;
 
-  // Clusters may have been stored before the flow; they add to the count
-  // the row already holds.
-  int32_t cursor = -1;
-  uint8_t clusterId = 0;
-  while (qos_intDb_GetNextSfSidCluster(sfId, &cursor, &clusterId, nullptr) == 0) {
+  // Clusters may have been stored before the flow; every cluster row of the
+  // SFID, whatever its status, adds one to the count the row already holds.
+  // The cluster rows are only read here.
+  for (const qos::SidClusterRow& cluster : local.sidClusters) {
+    if (cluster.sfId != sfId) continue;
     row.sidClusterCounter = static_cast<int8_t>(static_cast<uint8_t>(row.sidClusterCounter) + 1);
   }
   return 0;
@@ -121,9 +122,7 @@ int32_t qos_intDb_AddSfId(uint32_t sfId, uint32_t direction, int32_t taIndex) {
 int32_t qos_intDb_ChangeSF(uint32_t sfIndex, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (sfIndex >= qos::kSfRows) return -1;
-  SfRow& row = local.sf[sfIndex];
-  row.state = QOS_SF_CHANGING;
-  row.taIndex = taIndex;
+  qos::flows::markChanging(sfIndex, taIndex);
   return 0;
 }
 
