@@ -51,11 +51,6 @@ void printRow(int32_t i, const ClsfRow& r) {
 
 }  // namespace
 
-// Opens the accessors that take a row index: table ready, index 0..319.
-#define QOS_CLSF_PREAMBLE(index) \
-  QOS_REQUIRE_SF_DB(-1);         \
-  QOS_REQUIRE_CLSF_INDEX(index, -1)
-
 extern "C" {
 
 int32_t qos_intDb_FindClsfByRef(uint32_t ref, uint32_t* clsfIndex) {
@@ -92,21 +87,21 @@ int32_t qos_intDb_GetNextClsfOfSf(uint32_t sfId, int32_t prevIndex, uint16_t* cl
 }
 
 int32_t qos_intDb_IsClsfInDeleting(uint32_t clsfIndex, uint32_t* deleting) {
-  QOS_CLSF_PREAMBLE(clsfIndex);
+  QOS_REQUIRE_CLSF_ROW(clsfIndex, -1);
   if (deleting == nullptr) return -1;
   *deleting = local.clsf[clsfIndex].status == QOS_CLSF_DELETING ? 1 : 0;
   return 0;
 }
 
 int32_t qos_intDb_SetClsfId(uint32_t clsfIndex, uint32_t clsfId) {
-  QOS_CLSF_PREAMBLE(clsfIndex);
+  QOS_REQUIRE_CLSF_ROW(clsfIndex, -1);
   local.clsf[clsfIndex].clsfId = static_cast<uint16_t>(clsfId);
   return 0;
 }
 
 // 0 only for a real classifier whose identifier is known.
 int32_t qos_intDb_GetClsfId(uint32_t clsfIndex, uint16_t* clsfId) {
-  QOS_CLSF_PREAMBLE(clsfIndex);
+  QOS_REQUIRE_CLSF_ROW(clsfIndex, -1);
   const ClsfRow& r = local.clsf[clsfIndex];
   if (clsfId == nullptr || !isClassifier(r) || r.clsfId == 0) return -1;
   *clsfId = r.clsfId;
@@ -114,13 +109,13 @@ int32_t qos_intDb_GetClsfId(uint32_t clsfIndex, uint16_t* clsfId) {
 }
 
 int32_t qos_intDb_SetClsfSfid(uint32_t clsfIndex, uint32_t sfId) {
-  QOS_CLSF_PREAMBLE(clsfIndex);
+  QOS_REQUIRE_CLSF_ROW(clsfIndex, -1);
   local.clsf[clsfIndex].sfId = sfId;
   return 0;
 }
 
 int32_t qos_intDb_GetClsfSfid(uint32_t clsfIndex, uint32_t* sfId) {
-  QOS_CLSF_PREAMBLE(clsfIndex);
+  QOS_REQUIRE_CLSF_ROW(clsfIndex, -1);
   const ClsfRow& r = local.clsf[clsfIndex];
   if (sfId == nullptr || !isClassifier(r)) return -1;
   *sfId = r.sfId;

@@ -117,8 +117,7 @@ int32_t qos_intDb_CheckSFOperational(uint32_t sfIndex) {
 
 // 0 clears the bits; any other value adds its low 8 bits to them.
 int32_t qos_intDb_SetServiceFlowParamSet(uint32_t sfIndex, uint32_t paramSetType) {
-  QOS_REQUIRE_SF_DB(-1);
-  QOS_REQUIRE_SF_INDEX(sfIndex, -1);
+  QOS_REQUIRE_SF_ROW(sfIndex, -1);
   SfRow& row = local.sf[sfIndex];
   if (paramSetType == 0) {
     row.paramSetType = 0;

@@ -184,8 +184,7 @@ int32_t qos_intDb_NextSFIndexOfTa(int32_t taIndex, int32_t prevIndex, uint32_t* 
 
 int32_t qos_intDb_GetSfTaIndexAndPairSf(uint32_t sfIndex, uint32_t* taIndex,
                                         uint32_t* pairSfIndex) {
-  QOS_REQUIRE_SF_DB(-1);
-  QOS_REQUIRE_SF_INDEX(sfIndex, -1);
+  QOS_REQUIRE_SF_ROW(sfIndex, -1);
   const SfRow& row = local.sf[sfIndex];
   if (taIndex == nullptr || !row.used()) return -1;
   const int32_t ta = row.taIndex;

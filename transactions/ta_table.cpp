@@ -54,11 +54,6 @@ int32_t readUsedField(uint32_t index, uint32_t* out, uint32_t TaRow::*field) {
 
 }  // namespace
 
-// Opens the operations on one row: the table is attached, the index is 0..9.
-#define QOS_TA_PREAMBLE(index) \
-  QOS_REQUIRE_TA_DB(-1);       \
-  QOS_REQUIRE_TA_INDEX(index, -1)
-
 extern "C" {
 
 int32_t qos_TaDb_AddNewTa(uint32_t taId, uint32_t type, uint32_t initiator, uint32_t authLen,
@@ -115,49 +110,49 @@ int32_t qos_TaDb_FindTaIndexByTaId(uint32_t taId, uint32_t* taIndex) {
 }
 
 int32_t qos_TaDb_GetTaId(uint32_t taIndex, uint16_t* taId) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (taId == nullptr) return -1;
   *taId = local.ta[taIndex].taId;
   return local.ta[taIndex].used() ? 0 : -1;
 }
 
 int32_t qos_TaDb_GetTaType(uint32_t taIndex, uint32_t* type) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   return readUsedField(taIndex, type, &TaRow::type);
 }
 
 int32_t qos_TaDb_GetTaInitiator(uint32_t taIndex, uint32_t* initiator) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   return readUsedField(taIndex, initiator, &TaRow::initiator);
 }
 
 int32_t qos_TaDb_GetTaSubtype(uint32_t taIndex, uint32_t* subtype) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   return readUsedField(taIndex, subtype, &TaRow::subtype);
 }
 
 int32_t qos_TaDb_SetTaSubtype(uint32_t taIndex, uint32_t subtype) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   local.ta[taIndex].subtype = subtype;
   return 0;
 }
 
 int32_t qos_TaDb_SetTaDbState(uint32_t taIndex, uint32_t state) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (state > kHighestState) return -1;
   local.ta[taIndex].smState = state;
   return 0;
 }
 
 int32_t qos_TaDb_GetTaDbState(uint32_t taIndex, uint32_t* state) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (state == nullptr) return -1;
   *state = local.ta[taIndex].smState;
   return local.ta[taIndex].used() ? 0 : -1;
 }
 
 int32_t qos_TaDb_IsTaHeld(uint32_t taIndex, uint32_t* held) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (held == nullptr) return -1;
   uint32_t state = local.ta[taIndex].smState;
   *held = (state == 2 || state == 3) ? 1 : 0;
@@ -165,21 +160,21 @@ int32_t qos_TaDb_IsTaHeld(uint32_t taIndex, uint32_t* held) {
 }
 
 int32_t qos_TaDb_ResetRetCounter(uint32_t taIndex) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (!local.ta[taIndex].used()) return -1;
   local.ta[taIndex].retryCounter = 0;
   return 0;
 }
 
 int32_t qos_TaDb_IncRetCounter(uint32_t taIndex) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (!local.ta[taIndex].used()) return -1;
   local.ta[taIndex].retryCounter++;
   return 0;
 }
 
 int32_t qos_TaDb_GetRetCounter(uint32_t taIndex, uint32_t* retries) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (retries == nullptr) return -1;
   if (!local.ta[taIndex].used()) {
     *retries = kFreeRowRetries;
@@ -191,7 +186,7 @@ int32_t qos_TaDb_GetRetCounter(uint32_t taIndex, uint32_t* retries) {
 
 // A block longer than the row's 255 bytes is refused, as the allocation does.
 int32_t qos_TaDb_SetTaAuthBlock(uint32_t taIndex, uint32_t authLen, const uint8_t* authData) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (authLen > qos::kAuthBlockSize) return -1;
   if (authLen != 0 && authData == nullptr) return -1;
   TaRow& row = local.ta[taIndex];
@@ -201,7 +196,7 @@ int32_t qos_TaDb_SetTaAuthBlock(uint32_t taIndex, uint32_t authLen, const uint8_
 }
 
 int32_t qos_TaDb_GetTaAuthBlock(uint32_t taIndex, uint32_t* authLen, uint8_t** authData) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (authLen == nullptr || authData == nullptr) return -1;
   *authLen = local.ta[taIndex].authLen;
   *authData = local.ta[taIndex].authBlock;
