@@ -15,6 +15,7 @@
 #include <cstring>
 
 #include "frame/log.h"
+#include "frame/out.h"
 #include "qosintdb.h"
 
 using qos::ActivePhsRow;
@@ -52,12 +53,6 @@ int32_t findFree(const PhsTable& table) {
 
 bool isDsidEntry(const ActivePhsRow& r) {
   return r.sfId == kDsidKey && r.clsfId == kDsidKey && r.phsi == kDsidPhsi;
-}
-
-int32_t answer(int32_t row, uint32_t* out) {
-  if (row < 0) return -1;
-  *out = static_cast<uint32_t>(row);
-  return 0;
 }
 
 // Opens an index lookup: the answer reads -1 until a row is found; false
@@ -186,7 +181,7 @@ int32_t qos_intDb_GetActivePhsIndex(uint32_t sfId, uint8_t direction, uint32_t* 
     QOS_LOG(QOS_LOG_ERROR, QOS_PHS_BAD_DIRECTION, __func__, static_cast<int>(direction));
     return -1;
   }
-  return answer(findEntry(*table, [sfId](const ActivePhsRow& r) { return r.sfId == sfId; }), activePhsIndex);
+  return qos::writeRow(findEntry(*table, [sfId](const ActivePhsRow& r) { return r.sfId == sfId; }), activePhsIndex);
 }
 
 int32_t qos_intDb_GetActivePhsIndexByClsf(uint32_t sfId, uint32_t clsfId, uint8_t direction,
@@ -198,14 +193,14 @@ int32_t qos_intDb_GetActivePhsIndexByClsf(uint32_t sfId, uint32_t clsfId, uint8_
     QOS_LOG(QOS_LOG_ERROR, QOS_PHS_BAD_DIRECTION, __func__, static_cast<int>(direction));
     return -1;
   }
-  return answer(findEntry(*table, [=](const ActivePhsRow& r) { return r.sfId == sfId && r.clsfId == clsfId; }),
+  return qos::writeRow(findEntry(*table, [=](const ActivePhsRow& r) { return r.sfId == sfId && r.clsfId == clsfId; }),
                 activePhsIndex);
 }
 
 int32_t qos_intDb_GetActivePhsIndexByDsid(uint32_t dsid, uint32_t* activePhsIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (!clearAnswer(activePhsIndex)) return -1;
-  return answer(findEntry(local.phsDs, [dsid](const ActivePhsRow& r) { return r.dsid == dsid; }), activePhsIndex);
+  return qos::writeRow(findEntry(local.phsDs, [dsid](const ActivePhsRow& r) { return r.dsid == dsid; }), activePhsIndex);
 }
 
 int32_t qos_intDb_GetActivePhsInfo(int32_t activePhsIndex, uint8_t direction, uint32_t* sfId, uint16_t* clsfId,

@@ -20,6 +20,7 @@
 #include <cstring>
 
 #include "frame/log.h"
+#include "frame/out.h"
 #include "active/internal.h"
 #include "qosintdb.h"
 #include "serviceflows/internal.h"
@@ -183,10 +184,7 @@ int32_t qos_intDb_DeleteActiveUsSfEntry(uint32_t sfId) {
 int32_t qos_intDb_GetActiveSfIndexBySfid(uint32_t sfId, uint32_t* activeIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (activeIndex == nullptr) return -1;
-  int32_t row = findEntry(sfId);
-  if (row < 0) return -1;
-  *activeIndex = static_cast<uint32_t>(row);
-  return 0;
+  return qos::writeRow(findEntry(sfId), activeIndex);
 }
 
 int32_t qos_intDb_GetActiveSfId(uint32_t activeIndex, uint32_t* sfId) {

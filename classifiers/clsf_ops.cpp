@@ -4,9 +4,10 @@
 // once, no transaction), and a DSA naming the classifier by reference or by
 // identifier (adding, bound to the transaction). Four DSC operations work on
 // a flow the caller has already found by its row index: append by reference
-// or identifier, change, delete. Every operation keeps the flow's classifier
-// counters at the moment it marks a row; the outcome processing settles the
-// rows when the transaction ends and never touches the counters.
+// or identifier, change, delete. Every operation has serviceflows/ move the
+// flow's classifier counters (and mark or create the flow row) at the
+// moment it marks a row; the outcome processing settles the rows when the
+// transaction ends and never touches the counters.
 //
 // Arrival order is free: an add that names a flow the table does not hold
 // creates the flow row as a placeholder (state `referenced`), which the
@@ -58,7 +59,7 @@ int32_t qos_intDb_AddClsf(uint32_t sfId, uint32_t sfRef, uint32_t clsfRef) {
             __func__, static_cast<int>(clsfRef));
     return -1;
   }
-  const qos::RowPick flowPick = qos::sfTable().findOrTakeFree(
+  const qos::RowPick flowPick = qos::flows::pickRow(
       [sfRef](const SfRow& r) { return r.used() && uint32_t{r.ref} == sfRef; });
   if (flowPick.found && local.sf[flowPick.row].state != QOS_SF_REFERENCED &&
       local.sf[flowPick.row].sfId != sfId) {
@@ -100,7 +101,7 @@ int32_t qos_intDb_AddClsfRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) 
             __func__, static_cast<int>(clsfRef));
     return -1;
   }
-  const qos::RowPick flowPick = qos::sfTable().findOrTakeFree([sfRef, taIndex](const SfRow& r) {
+  const qos::RowPick flowPick = qos::flows::pickRow([sfRef, taIndex](const SfRow& r) {
     return uint32_t{r.ref} == sfRef && r.taIndex == taIndex;
   });
   qos::flows::Placeholder names;
@@ -131,7 +132,7 @@ int32_t qos_intDb_AddClsfId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
             __func__, static_cast<int>(clsfId));
     return -1;
   }
-  const qos::RowPick flowPick = qos::sfTable().findOrTakeFree([sfId](const SfRow& r) { return r.sfId == sfId; });
+  const qos::RowPick flowPick = qos::flows::pickRow([sfId](const SfRow& r) { return r.sfId == sfId; });
   qos::flows::Placeholder names;
   names.hasSfId = true;
   names.sfId = sfId;

@@ -13,8 +13,11 @@
 // Scans cover rows 0 to clsfDbMaxIndex; new rows come from the maximum-index
 // rule shared with the flow and cluster tables. This file holds the lookups,
 // the accessors, the free-row search and the dump; clsf_ops.cpp adds and
-// marks classifiers, and the outcome processing frees them. Nothing here
-// ever writes a row other than the one whose index the caller passed.
+// marks classifiers; clsf_bindings.cpp makes the changes PHS rules and the
+// end of a transaction ask for. Only this folder writes classifier rows and
+// the classifier words of the statistics block; it asks serviceflows/ for
+// every change of a flow row and never writes one. Nothing here ever
+// writes a row other than the one whose index the caller passed.
 #include <cstdio>
 
 #include "frame/log.h"
@@ -35,10 +38,7 @@ bool isClassifier(const ClsfRow& r) { return r.used() && r.status != QOS_CLSF_PH
 template <typename Pred>
 int32_t findInto(uint32_t* clsfIndex, Pred pred) {
   if (clsfIndex == nullptr) return -1;
-  int32_t row = qos::clsfTable().findInRange(pred);
-  if (row < 0) return -1;
-  *clsfIndex = static_cast<uint32_t>(row);
-  return 0;
+  return qos::writeRow(qos::clsfTable().findInRange(pred), clsfIndex);
 }
 
 void printRow(int32_t i, const ClsfRow& r) {

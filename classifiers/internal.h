@@ -10,6 +10,8 @@
 
 #include <cstdint>
 
+#include "frame/state.h"
+
 namespace qos {
 namespace classifiers {
 
@@ -27,6 +29,17 @@ struct Placeholder {
   bool hasTa = false;
   int32_t taIndex = -1;
 };
+
+// The classifier row a PHS rule works on: the first row of the used range
+// that `match` accepts, else a free row by the maximum-index rule (which
+// may grow the range).
+template <typename Pred>
+RowPick pickRow(Pred match) {
+  return clsfTable().findOrTakeFree(match);
+}
+
+// A free row by the maximum-index rule, for a placeholder; -1 when full.
+inline int32_t takeFreeRow() { return clsfTable().takeFree(); }
 
 // Makes row clsfIndex a PHS placeholder (status `phsPlaceholder`) named by
 // `names`.

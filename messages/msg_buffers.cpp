@@ -7,7 +7,8 @@
 // and writes it in place through the address the get operations hand out.
 // A buffer never holds 1600 bytes or more: every write that would reach
 // that is refused and changes nothing. The library never interprets the
-// bytes.
+// bytes. Only messages/ writes the buffers and error records; it calls no
+// other subsystem.
 #include <cstdio>
 #include <cstring>
 

@@ -97,7 +97,7 @@ extern "C" {
 int32_t qos_intDb_AddPhs(uint32_t sfRef, uint32_t clsfRef) {
   QOS_REQUIRE_SF_DB(-1);
   const qos::RowPick clsfPick =
-      qos::clsfTable().findOrTakeFree([clsfRef](const ClsfRow& r) { return uint32_t{r.ref} == clsfRef; });
+      qos::classifiers::pickRow([clsfRef](const ClsfRow& r) { return uint32_t{r.ref} == clsfRef; });
   const bool newClsf = !clsfPick.found;
   const int32_t c = clsfPick.row;
   if (!newClsf && uint32_t{local.clsf[c].sfRef} != sfRef) {
@@ -115,7 +115,7 @@ int32_t qos_intDb_AddPhs(uint32_t sfRef, uint32_t clsfRef) {
     return -1;
   }
   const qos::RowPick flowPick =
-      qos::sfTable().findOrTakeFree([sfRef](const SfRow& r) { return uint32_t{r.ref} == sfRef; });
+      qos::flows::pickRow([sfRef](const SfRow& r) { return uint32_t{r.ref} == sfRef; });
   const int32_t f = flowPick.row;
   if (f < 0) {
     QOS_LOG(QOS_LOG_ERROR,
@@ -130,7 +130,7 @@ int32_t qos_intDb_AddPhs(uint32_t sfRef, uint32_t clsfRef) {
 
 int32_t qos_intDb_AddPhsRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  const qos::RowPick clsfPick = qos::clsfTable().findOrTakeFree([clsfRef, taIndex](const ClsfRow& r) {
+  const qos::RowPick clsfPick = qos::classifiers::pickRow([clsfRef, taIndex](const ClsfRow& r) {
     return uint32_t{r.ref} == clsfRef && r.taIndex == taIndex;
   });
   const bool newClsf = !clsfPick.found;
@@ -142,7 +142,7 @@ int32_t qos_intDb_AddPhsRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) {
     return -1;
   }
   const qos::RowPick flowPick =
-      qos::sfTable().findOrTakeFree([sfRef](const SfRow& r) { return uint32_t{r.ref} == sfRef; });
+      qos::flows::pickRow([sfRef](const SfRow& r) { return uint32_t{r.ref} == sfRef; });
   const int32_t f = flowPick.row;
   if (f < 0) {
     QOS_LOG(QOS_LOG_ERROR, "%s: SF int DB is full. Referred SF=%d cannot be added to DB for PHS",
@@ -156,7 +156,7 @@ int32_t qos_intDb_AddPhsRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) {
 
 int32_t qos_intDb_AddPhsId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  const qos::RowPick clsfPick = qos::clsfTable().findOrTakeFree(withClsfId(clsfId, sfId));
+  const qos::RowPick clsfPick = qos::classifiers::pickRow(withClsfId(clsfId, sfId));
   const bool newClsf = !clsfPick.found;
   const int32_t c = clsfPick.row;
   if (!newClsf && !freeFor(local.clsf[c].taIndex, taIndex)) return -1;
@@ -165,7 +165,7 @@ int32_t qos_intDb_AddPhsId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
             __func__, static_cast<int>(clsfId));
     return -1;
   }
-  const qos::RowPick flowPick = qos::sfTable().findOrTakeFree(withSfId(sfId));
+  const qos::RowPick flowPick = qos::flows::pickRow(withSfId(sfId));
   const int32_t f = flowPick.row;
   if (f < 0) {
     QOS_LOG(QOS_LOG_ERROR,
@@ -198,7 +198,7 @@ int32_t qos_intDb_AppendPhs_ClsfRef(uint32_t sfId, uint32_t clsfRef, int32_t taI
     }
     qos::classifiers::workOn(c, taIndex);
   } else {
-    if ((c = qos::clsfTable().takeFree()) < 0) {
+    if ((c = qos::classifiers::takeFreeRow()) < 0) {
       QOS_LOG(QOS_LOG_ERROR,
               "%s: Clsf int DB is full. Classifier with Ref=%d cannot be added for PHS", __func__,
               static_cast<int>(clsfRef));
@@ -240,7 +240,7 @@ int32_t qos_intDb_AppendPhs_ClsfId(uint32_t sfId, uint32_t clsfId, int32_t taInd
     return -1;
   }
   if (c < 0) {
-    if ((c = qos::clsfTable().takeFree()) < 0) {
+    if ((c = qos::classifiers::takeFreeRow()) < 0) {
       QOS_LOG(QOS_LOG_ERROR, "Clsf int DB is full. Classifier with ID=%d cannot be added for PHS",
               static_cast<int>(clsfId));
       return -1;

@@ -10,7 +10,7 @@
 
 #include <cstdint>
 
-#include "frame/table.h"
+#include "frame/state.h"
 
 namespace qos {
 namespace flows {
@@ -30,7 +30,15 @@ struct Placeholder {
 // the used range), as qos_intDb_FindSfById finds it; -1.
 int32_t findById(uint32_t sfId);
 
-// Binds a classifier to the flow row `pick` chose (sfTable().findOrTakeFree):
+// The flow row an add of another table binds to: the first row of the used
+// range that `match` accepts, else a free row by the maximum-index rule
+// (which may grow the range: the table's own bookkeeping, hence here).
+template <typename Pred>
+RowPick pickRow(Pred match) {
+  return sfTable().findOrTakeFree(match);
+}
+
+// Binds a classifier to the flow row `pick` chose (pickRow):
 // a found row counts one classifier more; a free row becomes a placeholder
 // counting exactly this one. The row, or -1 when the table was full.
 int32_t bindClassifier(RowPick pick, const Placeholder& names);

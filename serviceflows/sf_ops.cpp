@@ -19,6 +19,7 @@
 // direction arguments are compared whole, so a value wider than its field
 // never matches a row; it is stored as its low bits.
 #include "frame/log.h"
+#include "frame/out.h"
 #include "qosintdb.h"
 #include "serviceflows/internal.h"
 
@@ -32,13 +33,6 @@ constexpr int32_t kHighestTaIndex = 10;  // the message store's extra record cou
 
 // The row after prevIndex: row 0 for a negative prevIndex.
 int32_t rowAfter(int32_t prevIndex) { return prevIndex < 0 ? 0 : prevIndex + 1; }
-
-// Writes a found row index; -1 when there is none.
-int32_t answer(int32_t row, uint32_t* sfIndex) {
-  if (row < 0) return -1;
-  *sfIndex = static_cast<uint32_t>(row);
-  return 0;
-}
 
 bool isFlow(const SfRow& r) { return r.used() && r.state != QOS_SF_REFERENCED; }
 
@@ -141,7 +135,7 @@ int32_t qos_intDb_StartDeleteSF(uint32_t sfIndex, int32_t taIndex) {
 int32_t qos_intDb_FindSfByRef(uint32_t ref, uint32_t* sfIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (sfIndex == nullptr) return -1;
-  return answer(qos::sfTable().findInRange(
+  return qos::writeRow(qos::sfTable().findInRange(
                     [ref](const SfRow& r) { return isFlow(r) && r.ref == ref; }),
                 sfIndex);
 }
@@ -151,7 +145,7 @@ int32_t qos_intDb_FindSfByTaAndRef(uint32_t ref, int32_t taIndex, uint32_t* sfIn
   QOS_REQUIRE_SF_DB(-1);
   if (taIndex < 0 || sfIndex == nullptr) return -1;
   *sfIndex = static_cast<uint32_t>(-1);
-  return answer(qos::sfTable().findInRange(
+  return qos::writeRow(qos::sfTable().findInRange(
                     [=](const SfRow& r) { return r.ref == ref && r.taIndex == taIndex; }),
                 sfIndex);
 }
@@ -159,7 +153,7 @@ int32_t qos_intDb_FindSfByTaAndRef(uint32_t ref, int32_t taIndex, uint32_t* sfIn
 int32_t qos_intDb_FindSFByTaIndex(int32_t taIndex, uint32_t* sfIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (sfIndex == nullptr) return -1;
-  return answer(local.sf.find([taIndex](const SfRow& r) { return r.used() && r.taIndex == taIndex; }),
+  return qos::writeRow(local.sf.find([taIndex](const SfRow& r) { return r.used() && r.taIndex == taIndex; }),
                 sfIndex);
 }
 
@@ -167,7 +161,7 @@ int32_t qos_intDb_FindSFByTaIndexAndDirection(int32_t taIndex, uint32_t directio
                                               uint32_t* sfIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (sfIndex == nullptr) return -1;
-  return answer(local.sf.find([=](const SfRow& r) {
+  return qos::writeRow(local.sf.find([=](const SfRow& r) {
     return r.used() && r.taIndex == taIndex && r.direction == direction;
   }),
                 sfIndex);
@@ -177,7 +171,7 @@ int32_t qos_intDb_NextSFIndexOfTa(int32_t taIndex, int32_t prevIndex, uint32_t* 
   QOS_REQUIRE_SF_DB(-1);
   if (prevIndex > kLastSfRow || taIndex < 0 || sfIndex == nullptr) return -1;
   *sfIndex = static_cast<uint32_t>(-1);
-  return answer(local.sf.find([taIndex](const SfRow& r) { return isFlow(r) && r.taIndex == taIndex; },
+  return qos::writeRow(local.sf.find([taIndex](const SfRow& r) { return isFlow(r) && r.taIndex == taIndex; },
                               rowAfter(prevIndex)),
                 sfIndex);
 }

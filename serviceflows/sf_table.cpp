@@ -80,10 +80,7 @@ int32_t qos_intDb_FindSfDbNextFreeIndex(uint32_t* sfIndex) {
 int32_t qos_intDb_FindSfById(uint32_t sfId, uint32_t* sfIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (sfIndex == nullptr) return -1;
-  int32_t row = qos::flows::findById(sfId);
-  if (row < 0) return -1;
-  *sfIndex = static_cast<uint32_t>(row);
-  return 0;
+  return qos::writeRow(qos::flows::findById(sfId), sfIndex);
 }
 
 int32_t qos_intDb_GetSfDbMaxIndex(uint32_t* maxIndex) {

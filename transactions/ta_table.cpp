@@ -10,12 +10,16 @@
 // generates the 15-bit IDs of modem-initiated transactions, a sequence that
 // runs on across table resets.
 //
-// qos_TaDb_AddNewTa and qos_intDb_ResetTaDbRow take the lock themselves;
-// every other operation runs under the caller's lock.
+// Only this file writes transaction rows and TaDbControl; a row's message
+// buffers are the message store's, which it asks to empty them. It reads
+// no flow or classifier row. qos_TaDb_AddNewTa and qos_intDb_ResetTaDbRow
+// take the lock themselves; every other operation runs under the caller's
+// lock.
 #include <cstdio>
 #include <cstring>
 
 #include "frame/log.h"
+#include "frame/out.h"
 #include "qosintdb.h"
 
 using qos::local;
@@ -103,10 +107,7 @@ int32_t qos_TaDb_FindTaIndexByTaId(uint32_t taId, uint32_t* taIndex) {
             static_cast<int>(taId), static_cast<unsigned>(reinterpret_cast<uintptr_t>(taIndex)));
     return -1;
   }
-  int32_t i = local.ta.find([taId](const TaRow& r) { return r.used() && r.taId == taId; });
-  if (i < 0) return -1;
-  *taIndex = static_cast<uint32_t>(i);
-  return 0;
+  return qos::writeRow(local.ta.find([taId](const TaRow& r) { return r.used() && r.taId == taId; }), taIndex);
 }
 
 int32_t qos_TaDb_GetTaId(uint32_t taIndex, uint16_t* taId) {
