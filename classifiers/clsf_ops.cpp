@@ -65,12 +65,7 @@ int32_t qos_intDb_AddClsf(uint32_t sfId, uint32_t sfRef, uint32_t clsfRef) {
       local.sf[flowPick.row].sfId != sfId) {
     return -1;
   }
-  qos::flows::Placeholder names;
-  names.hasRef = true;
-  names.ref = sfRef;
-  names.hasSfId = true;
-  names.sfId = sfId;
-  if (qos::flows::bindClassifier(flowPick, names) < 0) {
+  if (qos::flows::bindClassifier(flowPick, qos::flows::Placeholder().withRef(sfRef).withSfId(sfId)) < 0) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=%d", __func__,
             static_cast<int>(clsfRef));
@@ -104,12 +99,7 @@ int32_t qos_intDb_AddClsfRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) 
   const qos::RowPick flowPick = qos::flows::pickRow([sfRef, taIndex](const SfRow& r) {
     return uint32_t{r.ref} == sfRef && r.taIndex == taIndex;
   });
-  qos::flows::Placeholder names;
-  names.hasRef = true;
-  names.ref = sfRef;
-  names.hasTa = true;
-  names.taIndex = taIndex;
-  if (qos::flows::bindClassifier(flowPick, names) < 0) {
+  if (qos::flows::bindClassifier(flowPick, qos::flows::Placeholder().withRef(sfRef).withTa(taIndex)) < 0) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=%d", __func__,
             static_cast<int>(clsfRef));
@@ -133,10 +123,7 @@ int32_t qos_intDb_AddClsfId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
     return -1;
   }
   const qos::RowPick flowPick = qos::flows::pickRow([sfId](const SfRow& r) { return r.sfId == sfId; });
-  qos::flows::Placeholder names;
-  names.hasSfId = true;
-  names.sfId = sfId;
-  const int32_t f = qos::flows::bindClassifier(flowPick, names);
+  const int32_t f = qos::flows::bindClassifier(flowPick, qos::flows::Placeholder().withSfId(sfId));
   if (f < 0) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Id=%d", __func__,

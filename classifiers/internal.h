@@ -15,8 +15,8 @@
 namespace qos {
 namespace classifiers {
 
-// What a PHS placeholder row is named by; fields whose flag is off stay as
-// the row had them.
+// What a PHS placeholder row is named by; fields not named stay as the row
+// had them.
 struct Placeholder {
   bool hasRef = false;
   uint32_t ref = 0;
@@ -28,6 +28,12 @@ struct Placeholder {
   uint32_t sfId = 0;
   bool hasTa = false;
   int32_t taIndex = -1;
+
+  Placeholder& withRef(uint32_t value) { hasRef = true; ref = value; return *this; }
+  Placeholder& withSfRef(uint32_t value) { hasSfRef = true; sfRef = value; return *this; }
+  Placeholder& withClsfId(uint32_t value) { hasClsfId = true; clsfId = value; return *this; }
+  Placeholder& withSfId(uint32_t value) { hasSfId = true; sfId = value; return *this; }
+  Placeholder& withTa(int32_t value) { hasTa = true; taIndex = value; return *this; }
 };
 
 // The classifier row a PHS rule works on: the first row of the used range

@@ -57,35 +57,8 @@ bool noConflict(const ClsfRow& clsf, const SfRow& flow, int32_t taIndex) {
   return freeFor(clsf.taIndex, taIndex) && freeFor(flow.taIndex, taIndex);
 }
 
-// The names a placeholder flow row gets from a registration or DSA rule.
-qos::flows::Placeholder flowNames(bool byRef, uint32_t name, bool withTa, int32_t taIndex) {
-  qos::flows::Placeholder names;
-  names.hasRef = byRef;
-  names.ref = name;
-  names.hasSfId = !byRef;
-  names.sfId = name;
-  names.hasTa = withTa;
-  names.taIndex = taIndex;
-  return names;
-}
-
-// The names a placeholder classifier row gets: a reference with the flow's
-// reference or SFID, or an identifier with the flow's SFID.
-qos::classifiers::Placeholder clsfNames(bool byRef, uint32_t name, bool flowByRef, uint32_t flowName,
-                                        bool withTa, int32_t taIndex) {
-  qos::classifiers::Placeholder names;
-  names.hasRef = byRef;
-  names.ref = name;
-  names.hasClsfId = !byRef;
-  names.clsfId = name;
-  names.hasSfRef = flowByRef;
-  names.sfRef = flowName;
-  names.hasSfId = !flowByRef;
-  names.sfId = flowName;
-  names.hasTa = withTa;
-  names.taIndex = taIndex;
-  return names;
-}
+using FlowNames = qos::flows::Placeholder;
+using ClsfNames = qos::classifiers::Placeholder;
 
 }  // namespace
 
@@ -123,8 +96,8 @@ int32_t qos_intDb_AddPhs(uint32_t sfRef, uint32_t clsfRef) {
             static_cast<int>(sfRef));
     return -1;
   }
-  if (newClsf) qos::classifiers::makePhsPlaceholder(c, clsfNames(true, clsfRef, true, sfRef, false, -1));
-  qos::flows::bindPhsRule(flowPick, flowNames(true, sfRef, false, -1));
+  if (newClsf) qos::classifiers::makePhsPlaceholder(c, ClsfNames().withRef(clsfRef).withSfRef(sfRef));
+  qos::flows::bindPhsRule(flowPick, FlowNames().withRef(sfRef));
   return 0;
 }
 
@@ -149,8 +122,10 @@ int32_t qos_intDb_AddPhsRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) {
             __func__, static_cast<int>(sfRef));
     return -1;
   }
-  if (newClsf) qos::classifiers::makePhsPlaceholder(c, clsfNames(true, clsfRef, true, sfRef, true, taIndex));
-  qos::flows::bindPhsRule(flowPick, flowNames(true, sfRef, true, taIndex));
+  if (newClsf) {
+    qos::classifiers::makePhsPlaceholder(c, ClsfNames().withRef(clsfRef).withSfRef(sfRef).withTa(taIndex));
+  }
+  qos::flows::bindPhsRule(flowPick, FlowNames().withRef(sfRef).withTa(taIndex));
   return 0;
 }
 
@@ -173,8 +148,10 @@ int32_t qos_intDb_AddPhsId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
             __func__, static_cast<int>(sfId));
     return -1;
   }
-  if (newClsf) qos::classifiers::makePhsPlaceholder(c, clsfNames(false, clsfId, false, sfId, true, taIndex));
-  qos::flows::bindPhsRule(flowPick, flowNames(false, sfId, true, taIndex));
+  if (newClsf) {
+    qos::classifiers::makePhsPlaceholder(c, ClsfNames().withClsfId(clsfId).withSfId(sfId).withTa(taIndex));
+  }
+  qos::flows::bindPhsRule(flowPick, FlowNames().withSfId(sfId).withTa(taIndex));
   return 0;
 }
 
@@ -204,7 +181,7 @@ int32_t qos_intDb_AppendPhs_ClsfRef(uint32_t sfId, uint32_t clsfRef, int32_t taI
               static_cast<int>(clsfRef));
       return -1;
     }
-    qos::classifiers::makePhsPlaceholder(c, clsfNames(true, clsfRef, false, sfId, true, taIndex));
+    qos::classifiers::makePhsPlaceholder(c, ClsfNames().withRef(clsfRef).withSfId(sfId).withTa(taIndex));
   }
   qos::flows::markChanging(static_cast<uint32_t>(f), taIndex);
   qos::flows::countPhsRule(static_cast<uint32_t>(f));
@@ -245,7 +222,7 @@ int32_t qos_intDb_AppendPhs_ClsfId(uint32_t sfId, uint32_t clsfId, int32_t taInd
               static_cast<int>(clsfId));
       return -1;
     }
-    qos::classifiers::makePhsPlaceholder(c, clsfNames(false, clsfId, false, sfId, true, taIndex));
+    qos::classifiers::makePhsPlaceholder(c, ClsfNames().withClsfId(clsfId).withSfId(sfId).withTa(taIndex));
   }
   qos::flows::markChanging(static_cast<uint32_t>(f), taIndex);
   qos::flows::countPhsRule(static_cast<uint32_t>(f));

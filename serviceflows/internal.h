@@ -16,7 +16,8 @@ namespace qos {
 namespace flows {
 
 // What a placeholder row (state `referenced`) is named by when a binding
-// creates it; fields whose flag is off stay as the free row had them.
+// creates it; fields not named stay as the free row had them.
+// Placeholder().withRef(7).withTa(0) names reference 7 under transaction 0.
 struct Placeholder {
   bool hasRef = false;
   uint32_t ref = 0;
@@ -24,6 +25,10 @@ struct Placeholder {
   uint32_t sfId = 0;
   bool hasTa = false;
   int32_t taIndex = -1;
+
+  Placeholder& withRef(uint32_t value) { hasRef = true; ref = value; return *this; }
+  Placeholder& withSfId(uint32_t value) { hasSfId = true; sfId = value; return *this; }
+  Placeholder& withTa(int32_t value) { hasTa = true; taIndex = value; return *this; }
 };
 
 // The flow row that answers to this SFID (used, not a placeholder, within
