@@ -129,13 +129,8 @@ void changeForced(uint32_t i, const SfRow&, const Walk&) { flows::leaveIn(i, QOS
 void deleteForced(uint32_t i, const SfRow&, const Walk&) { flows::leaveIn(i, QOS_SF_DELETING); }
 
 // ---- Classifier rows -------------------------------------------------------
-// Each cell sees the used rows of its transaction (see ofTransaction) and
-// asks classifiers/ to settle them.
-
-void clsfAddSucceeded(int32_t c, const Walk&) { classifiers::settleAdded(c); }
-void clsfChangeSucceeded(int32_t c, const Walk&) { classifiers::settleChanged(c); }
-void clsfChangeUndone(int32_t c, const Walk&) { classifiers::undoChange(c); }
-void clsfFreed(int32_t c, const Walk&) { classifiers::release(c); }
+// Each cell is the settling of classifiers/ that the row needs; it sees the
+// used rows of its transaction (see ofTransaction).
 
 // The classifier rows of the transaction: for DSA and DSC those it works on
 // (taIndex); for DSD every classifier of its flows, whatever their taIndex,
@@ -147,7 +142,7 @@ bool ofTransaction(const ClsfRow& row, const Walk& w) {
 // ---- The two tables --------------------------------------------------------
 
 using SfCell = void (*)(uint32_t, const SfRow&, const Walk&);
-using ClsfCell = void (*)(int32_t, const Walk&);
+using ClsfCell = void (*)(int32_t);
 
 enum Outcome { kSucceeded, kFailure, kError, kForcedEnd, kOutcomes };
 constexpr uint32_t kTypes = 3;  // DSA, DSC, DSD; other types change no row
@@ -161,11 +156,15 @@ constexpr SfCell kFlowCells[kTypes][kOutcomes] = {
 };
 
 // Classifier rows; nullptr: no classifier walk.
+using classifiers::release;
+using classifiers::settleAdded;
+using classifiers::settleChanged;
+using classifiers::undoChange;
 constexpr ClsfCell kClsfCells[kTypes][kOutcomes] = {
-    //          succeeded            failure           error             forced end
-    /* DSA */ {clsfAddSucceeded,    clsfFreed,        clsfFreed,        clsfFreed},
-    /* DSC */ {clsfChangeSucceeded, clsfChangeUndone, clsfChangeUndone, clsfChangeUndone},
-    /* DSD */ {clsfFreed,           nullptr,          clsfFreed,        clsfFreed},
+    //          succeeded      failure     error       forced end
+    /* DSA */ {settleAdded,   release,    release,    release},
+    /* DSC */ {settleChanged, undoChange, undoChange, undoChange},
+    /* DSD */ {release,       nullptr,    release,    release},
 };
 
 // Every row of the transaction is recorded in the flow list, whatever the
@@ -183,7 +182,7 @@ int32_t settle(Outcome outcome, Walk& w) {
   if (cell == nullptr) return 0;
   for (int32_t c = 0; c < static_cast<int32_t>(qos::kClsfRows); ++c) {
     const ClsfRow& row = local.clsf[c];
-    if (row.used() && ofTransaction(row, w)) cell(c, w);
+    if (row.used() && ofTransaction(row, w)) cell(c);
   }
   return 0;
 }
