@@ -15,6 +15,7 @@
 #include <cstring>
 
 #include "frame/log.h"
+#include "frame/out.h"
 #include "qosintdb.h"
 
 using qos::ActivePhsRow;
@@ -54,10 +55,12 @@ bool isDsidEntry(const ActivePhsRow& r) {
   return r.sfId == kDsidKey && r.clsfId == kDsidKey && r.phsi == kDsidPhsi;
 }
 
-int32_t answer(int32_t row, uint32_t* out) {
-  if (row < 0) return -1;
-  *out = static_cast<uint32_t>(row);
-  return 0;
+// Opens an index lookup: the answer reads -1 until a row is found; false
+// for a NULL answer.
+bool clearAnswer(uint32_t* out) {
+  if (out == nullptr) return false;
+  *out = 0xFFFFFFFF;
+  return true;
 }
 
 void printTable(const PhsTable& table) {
@@ -73,31 +76,9 @@ void printTable(const PhsTable& table) {
 
 }  // namespace
 
-// Selects the table of `direction` into `table`; any other direction is
-// logged with the given message and refused.
-#define QOS_PHS_TABLE_OF(table, direction, ...) \
-  const PhsTable* table = tableOf(direction);   \
-  if (table == nullptr) {                       \
-    QOS_LOG(QOS_LOG_ERROR, __VA_ARGS__);        \
-    return -1;                                  \
-  }
-
-// Opens read and retarget by index: a process that never attached gets the
-// family's not-initialised answer instead of a fault; then the direction,
-// then the entry index 0..31.
-#define QOS_PHS_BY_INDEX(table, index, direction)                                                   \
-  QOS_REQUIRE_SF_DB(-1);                                                                             \
-  QOS_PHS_TABLE_OF(table, direction, "Incorrect direction value %d", static_cast<int>(direction));   \
-  if ((index) < 0 || (index) >= kEntries) {                                                          \
-    QOS_LOG(QOS_LOG_ERROR, "activePhsDbIndex = %d too large, max = %d", (index), kEntries - 1);      \
-    return -1;                                                                                       \
-  }
-
-// Opens the index lookups: the answer reads -1 until a row is found.
-#define QOS_PHS_LOOKUP(out)   \
-  QOS_REQUIRE_SF_DB(-1);      \
-  if ((out) == nullptr) return -1; \
-  *(out) = 0xFFFFFFFF
+// The message of a direction other than 1 and 2 (the operation's name, the
+// direction).
+#define QOS_PHS_BAD_DIRECTION "%s(): Incorrect direction value %d"
 
 extern "C" {
 
@@ -108,7 +89,11 @@ int32_t qos_intDb_AddActivePhsEntry(uint32_t sfId, uint32_t clsfId, uint8_t phsi
             static_cast<int>(clsfId), static_cast<unsigned>(phsi));
     return -1;
   }
-  QOS_PHS_TABLE_OF(table, direction, "%s(): Incorrect direction value %d", __func__, static_cast<int>(direction));
+  const PhsTable* table = tableOf(direction);
+  if (table == nullptr) {
+    QOS_LOG(QOS_LOG_ERROR, QOS_PHS_BAD_DIRECTION, __func__, static_cast<int>(direction));
+    return -1;
+  }
   if (findRule(*table, sfId, clsfId, phsi) >= 0) return 0;
   int32_t row = findFree(*table);
   if (row < 0) {
@@ -152,7 +137,11 @@ int32_t qos_intDb_DeleteActivePhsEntry(uint32_t sfId, uint32_t clsfId, uint8_t p
             static_cast<int>(clsfId), static_cast<unsigned>(phsi));
     return -1;
   }
-  QOS_PHS_TABLE_OF(table, direction, "%s: Incorrect direction value %d", __func__, static_cast<int>(direction));
+  const PhsTable* table = tableOf(direction);
+  if (table == nullptr) {
+    QOS_LOG(QOS_LOG_ERROR, "%s: Incorrect direction value %d", __func__, static_cast<int>(direction));
+    return -1;
+  }
   int32_t row = findRule(*table, sfId, clsfId, phsi);
   if (row < 0) {
     // Deleting what is already gone is not an error.
@@ -169,7 +158,11 @@ int32_t qos_intDb_DeleteActivePhsEntryByIndex(int32_t activePhsIndex, uint8_t di
     QOS_LOG(QOS_LOG_ERROR, "%s: ---> PHS active DB index %d is out of range", __func__, activePhsIndex);
     return -1;
   }
-  QOS_PHS_TABLE_OF(table, direction, "%s(): Incorrect direction value %d", __func__, static_cast<int>(direction));
+  const PhsTable* table = tableOf(direction);
+  if (table == nullptr) {
+    QOS_LOG(QOS_LOG_ERROR, QOS_PHS_BAD_DIRECTION, __func__, static_cast<int>(direction));
+    return -1;
+  }
   ActivePhsRow& entry = (*table)[activePhsIndex];
   if (entry.status != kInUse) {
     QOS_LOG(QOS_LOG_ERROR, "%s(): Incorrect DB index value %d for delete operation; the entry is not valid",
@@ -181,27 +174,47 @@ int32_t qos_intDb_DeleteActivePhsEntryByIndex(int32_t activePhsIndex, uint8_t di
 }
 
 int32_t qos_intDb_GetActivePhsIndex(uint32_t sfId, uint8_t direction, uint32_t* activePhsIndex) {
-  QOS_PHS_LOOKUP(activePhsIndex);
-  QOS_PHS_TABLE_OF(table, direction, "%s(): Incorrect direction value %d", __func__, static_cast<int>(direction));
-  return answer(findEntry(*table, [sfId](const ActivePhsRow& r) { return r.sfId == sfId; }), activePhsIndex);
+  QOS_REQUIRE_SF_DB(-1);
+  if (!clearAnswer(activePhsIndex)) return -1;
+  const PhsTable* table = tableOf(direction);
+  if (table == nullptr) {
+    QOS_LOG(QOS_LOG_ERROR, QOS_PHS_BAD_DIRECTION, __func__, static_cast<int>(direction));
+    return -1;
+  }
+  return qos::writeRow(findEntry(*table, [sfId](const ActivePhsRow& r) { return r.sfId == sfId; }), activePhsIndex);
 }
 
 int32_t qos_intDb_GetActivePhsIndexByClsf(uint32_t sfId, uint32_t clsfId, uint8_t direction,
                                           uint32_t* activePhsIndex) {
-  QOS_PHS_LOOKUP(activePhsIndex);
-  QOS_PHS_TABLE_OF(table, direction, "%s(): Incorrect direction value %d", __func__, static_cast<int>(direction));
-  return answer(findEntry(*table, [=](const ActivePhsRow& r) { return r.sfId == sfId && r.clsfId == clsfId; }),
+  QOS_REQUIRE_SF_DB(-1);
+  if (!clearAnswer(activePhsIndex)) return -1;
+  const PhsTable* table = tableOf(direction);
+  if (table == nullptr) {
+    QOS_LOG(QOS_LOG_ERROR, QOS_PHS_BAD_DIRECTION, __func__, static_cast<int>(direction));
+    return -1;
+  }
+  return qos::writeRow(findEntry(*table, [=](const ActivePhsRow& r) { return r.sfId == sfId && r.clsfId == clsfId; }),
                 activePhsIndex);
 }
 
 int32_t qos_intDb_GetActivePhsIndexByDsid(uint32_t dsid, uint32_t* activePhsIndex) {
-  QOS_PHS_LOOKUP(activePhsIndex);
-  return answer(findEntry(local.phsDs, [dsid](const ActivePhsRow& r) { return r.dsid == dsid; }), activePhsIndex);
+  QOS_REQUIRE_SF_DB(-1);
+  if (!clearAnswer(activePhsIndex)) return -1;
+  return qos::writeRow(findEntry(local.phsDs, [dsid](const ActivePhsRow& r) { return r.dsid == dsid; }), activePhsIndex);
 }
 
 int32_t qos_intDb_GetActivePhsInfo(int32_t activePhsIndex, uint8_t direction, uint32_t* sfId, uint16_t* clsfId,
                                    uint8_t* phsi) {
-  QOS_PHS_BY_INDEX(table, activePhsIndex, direction);
+  QOS_REQUIRE_SF_DB(-1);
+  const PhsTable* table = tableOf(direction);
+  if (table == nullptr) {
+    QOS_LOG(QOS_LOG_ERROR, "Incorrect direction value %d", static_cast<int>(direction));
+    return -1;
+  }
+  if (activePhsIndex < 0 || activePhsIndex >= kEntries) {
+    QOS_LOG(QOS_LOG_ERROR, "activePhsDbIndex = %d too large, max = %d", activePhsIndex, kEntries - 1);
+    return -1;
+  }
   if (sfId == nullptr || clsfId == nullptr || phsi == nullptr) {
     QOS_LOG(QOS_LOG_ERROR, "NULL outpt pointer : sfId == %p, clsfrId == %p, phsId == %p", static_cast<void*>(sfId),
             static_cast<void*>(clsfId), static_cast<void*>(phsi));
@@ -216,7 +229,16 @@ int32_t qos_intDb_GetActivePhsInfo(int32_t activePhsIndex, uint8_t direction, ui
 }
 
 int32_t qos_intDb_SetActivePhsSfid(int32_t activePhsIndex, uint8_t direction, uint32_t sfId) {
-  QOS_PHS_BY_INDEX(table, activePhsIndex, direction);
+  QOS_REQUIRE_SF_DB(-1);
+  const PhsTable* table = tableOf(direction);
+  if (table == nullptr) {
+    QOS_LOG(QOS_LOG_ERROR, "Incorrect direction value %d", static_cast<int>(direction));
+    return -1;
+  }
+  if (activePhsIndex < 0 || activePhsIndex >= kEntries) {
+    QOS_LOG(QOS_LOG_ERROR, "activePhsDbIndex = %d too large, max = %d", activePhsIndex, kEntries - 1);
+    return -1;
+  }
   (*table)[activePhsIndex].sfId = sfId;
   return 0;
 }

@@ -12,10 +12,18 @@
 // the free row released longest ago, not the lowest one, so that an active
 // index that just went away is not handed to another flow at once. The
 // counts in the statistics block follow every fill, add and delete.
+//
+// Only this folder writes the active flow and active PHS rows and the
+// active counts of the statistics block; the fill asks serviceflows/ to
+// record the primary upstream reference. Nothing here writes a flow row.
 #include <cstdio>
+#include <cstring>
 
 #include "frame/log.h"
+#include "frame/out.h"
+#include "active/internal.h"
 #include "qosintdb.h"
+#include "serviceflows/internal.h"
 
 using qos::ActiveSfRow;
 using qos::local;
@@ -63,7 +71,39 @@ int32_t choosePrimary() {
   return best;
 }
 
+template <typename Table>
+void rename(const Table& table, int32_t last, uint32_t oldSfId, uint32_t newSfId) {
+  for (int32_t i = 0; i <= last; ++i) {
+    if (table[i].used() && table[i].sfId == oldSfId) table[i].sfId = newSfId;
+  }
+}
+
 }  // namespace
+
+namespace qos {
+namespace active {
+
+void renameSfId(uint32_t oldSfId, uint32_t newSfId, uint8_t direction) {
+  rename(local.activeSf, local.activeSf.kRows - 1, oldSfId, newSfId);
+  const auto& phs = direction == QOS_DIR_UPSTREAM ? local.phsUs : local.phsDs;
+  rename(phs, QOS_ACTIVE_PHS_ROWS - 1, oldSfId, newSfId);
+}
+
+void resetRows() {
+  for (auto& row : local.activeSf) {
+    std::memset(&row, 0, sizeof row);
+    row.releaseOrder = 1;
+  }
+  for (std::size_t i = 0; i < kActivePhsReserved; ++i) {
+    std::memset(&local.phsUs[i], 0, sizeof(ActivePhsRow));
+    std::memset(&local.phsDs[i], 0, sizeof(ActivePhsRow));
+  }
+  local.stats->activeSfExtraNumber = 0;
+  local.stats->activeSfNumber = 0;
+}
+
+}  // namespace active
+}  // namespace qos
 
 extern "C" {
 
@@ -75,7 +115,7 @@ int32_t qos_intDb_FillActiveUsSfTable(void) {
     return -1;
   }
   auto flows = qos::sfTable();
-  local.stats->usPrimarySfRef = flows[primary].ref;
+  qos::flows::setUsPrimaryRef(flows[primary].ref);
   enter(local.activeSf[0], flows[primary].sfId);
 
   // The table keeps 32 flows; a configuration that passed the consistency
@@ -144,10 +184,7 @@ int32_t qos_intDb_DeleteActiveUsSfEntry(uint32_t sfId) {
 int32_t qos_intDb_GetActiveSfIndexBySfid(uint32_t sfId, uint32_t* activeIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (activeIndex == nullptr) return -1;
-  int32_t row = findEntry(sfId);
-  if (row < 0) return -1;
-  *activeIndex = static_cast<uint32_t>(row);
-  return 0;
+  return qos::writeRow(findEntry(sfId), activeIndex);
 }
 
 int32_t qos_intDb_GetActiveSfId(uint32_t activeIndex, uint32_t* sfId) {

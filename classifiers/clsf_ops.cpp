@@ -4,9 +4,10 @@
 // once, no transaction), and a DSA naming the classifier by reference or by
 // identifier (adding, bound to the transaction). Four DSC operations work on
 // a flow the caller has already found by its row index: append by reference
-// or identifier, change, delete. Every operation keeps the flow's classifier
-// counters at the moment it marks a row; the outcome processing settles the
-// rows when the transaction ends and never touches the counters.
+// or identifier, change, delete. Every operation has serviceflows/ move the
+// flow's classifier counters (and mark or create the flow row) at the
+// moment it marks a row; the outcome processing settles the rows when the
+// transaction ends and never touches the counters.
 //
 // Arrival order is free: an add that names a flow the table does not hold
 // creates the flow row as a placeholder (state `referenced`), which the
@@ -17,6 +18,7 @@
 // when placing the classifier fails afterwards.
 #include "frame/log.h"
 #include "qosintdb.h"
+#include "serviceflows/internal.h"
 
 using qos::ClsfRow;
 using qos::local;
@@ -37,39 +39,9 @@ bool dscArgsValid(uint32_t sfIndex, uint32_t clsfIndex, int32_t taIndex) {
          taIndex <= kHighestTaIndex;
 }
 
-// The flow a classifier add binds to: the row found counts one classifier
-// more; without one, the free row picked becomes a placeholder that counts
-// this one, and `created` tells the caller to name it. Null when the flow
-// table is full.
-SfRow* bindFlow(qos::RowPick pick, bool& created) {
-  created = !pick.found;
-  if (pick.row < 0) return nullptr;
-  SfRow& flow = local.sf[pick.row];
-  if (!created) {
-    flow.clsfCounter++;
-    return &flow;
-  }
-  flow.state = QOS_SF_REFERENCED;
-  flow.clsfCounter = 1;
-  return &flow;
-}
-
-// The DSC mark of the flow; it stays even if the operation fails later.
-SfRow& markFlowChanging(uint32_t sfIndex, int32_t taIndex) {
-  SfRow& flow = local.sf[sfIndex];
-  flow.state = QOS_SF_CHANGING;
-  flow.taIndex = taIndex;
-  return flow;
-}
-
 void writeAdding(ClsfRow& row, int32_t taIndex) {
   row.status = QOS_CLSF_ADDING;
   row.taIndex = taIndex;
-}
-
-void countAppended(SfRow& flow) {
-  flow.clsfCounter++;
-  flow.appendedClsfCounter++;
 }
 
 }  // namespace
@@ -87,23 +59,17 @@ int32_t qos_intDb_AddClsf(uint32_t sfId, uint32_t sfRef, uint32_t clsfRef) {
             __func__, static_cast<int>(clsfRef));
     return -1;
   }
-  const qos::RowPick flowPick = qos::sfTable().findOrTakeFree(
+  const qos::RowPick flowPick = qos::flows::pickRow(
       [sfRef](const SfRow& r) { return r.used() && uint32_t{r.ref} == sfRef; });
   if (flowPick.found && local.sf[flowPick.row].state != QOS_SF_REFERENCED &&
       local.sf[flowPick.row].sfId != sfId) {
     return -1;
   }
-  bool created = false;
-  SfRow* flow = bindFlow(flowPick, created);
-  if (flow == nullptr) {
+  if (qos::flows::bindClassifier(flowPick, qos::flows::Placeholder().withRef(sfRef).withSfId(sfId)) < 0) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=%d", __func__,
             static_cast<int>(clsfRef));
     return -1;
-  }
-  if (created) {
-    flow->ref = static_cast<uint16_t>(sfRef);
-    flow->sfId = sfId;
   }
   ClsfRow& row = local.clsf[c];
   row.status = QOS_CLSF_OPERATIONAL;
@@ -130,20 +96,14 @@ int32_t qos_intDb_AddClsfRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) 
             __func__, static_cast<int>(clsfRef));
     return -1;
   }
-  const qos::RowPick flowPick = qos::sfTable().findOrTakeFree([sfRef, taIndex](const SfRow& r) {
+  const qos::RowPick flowPick = qos::flows::pickRow([sfRef, taIndex](const SfRow& r) {
     return uint32_t{r.ref} == sfRef && r.taIndex == taIndex;
   });
-  bool created = false;
-  SfRow* flow = bindFlow(flowPick, created);
-  if (flow == nullptr) {
+  if (qos::flows::bindClassifier(flowPick, qos::flows::Placeholder().withRef(sfRef).withTa(taIndex)) < 0) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Ref=%d", __func__,
             static_cast<int>(clsfRef));
     return -1;
-  }
-  if (created) {
-    flow->ref = static_cast<uint16_t>(sfRef);
-    flow->taIndex = taIndex;
   }
   ClsfRow& row = local.clsf[c];
   writeAdding(row, taIndex);
@@ -162,17 +122,15 @@ int32_t qos_intDb_AddClsfId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
             __func__, static_cast<int>(clsfId));
     return -1;
   }
-  const qos::RowPick flowPick = qos::sfTable().findOrTakeFree([sfId](const SfRow& r) { return r.sfId == sfId; });
-  bool created = false;
-  SfRow* flow = bindFlow(flowPick, created);
-  if (flow == nullptr) {
+  const qos::RowPick flowPick = qos::flows::pickRow([sfId](const SfRow& r) { return r.sfId == sfId; });
+  const int32_t f = qos::flows::bindClassifier(flowPick, qos::flows::Placeholder().withSfId(sfId));
+  if (f < 0) {
     QOS_LOG(QOS_LOG_ERROR,
             "%s: SF int DB is full. Referenced SF cannot be added to DB for Clsf Id=%d", __func__,
             static_cast<int>(clsfId));
     return -1;
   }
-  if (created) flow->sfId = sfId;
-  flow->taIndex = taIndex;
+  qos::flows::workOn(static_cast<uint32_t>(f), taIndex);
   ClsfRow& row = local.clsf[c];
   writeAdding(row, taIndex);
   row.sfId = sfId;
@@ -183,7 +141,8 @@ int32_t qos_intDb_AddClsfId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
 int32_t qos_intDb_AppendClsfRef(uint32_t sfIndex, uint32_t clsfRef, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (!dscArgsValid(sfIndex, 0, taIndex)) return -1;
-  SfRow& flow = markFlowChanging(sfIndex, taIndex);
+  qos::flows::markChanging(sfIndex, taIndex);
+  const SfRow& flow = local.sf[sfIndex];
   const qos::RowPick pick = qos::clsfTable().findOrTakeFree([clsfRef, taIndex](const ClsfRow& r) {
     return uint32_t{r.ref} == clsfRef && r.taIndex == taIndex;
   });
@@ -205,15 +164,15 @@ int32_t qos_intDb_AppendClsfRef(uint32_t sfIndex, uint32_t clsfRef, int32_t taIn
   writeAdding(row, taIndex);
   row.sfId = flow.sfId;
   row.ref = static_cast<uint8_t>(clsfRef);
-  countAppended(flow);
+  qos::flows::countAppendedClassifier(sfIndex);
   return 0;
 }
 
 int32_t qos_intDb_AppendClsfId(uint32_t sfIndex, uint32_t clsfId, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (!dscArgsValid(sfIndex, 0, taIndex)) return -1;
-  SfRow& flow = markFlowChanging(sfIndex, taIndex);
-  const uint32_t sfId = flow.sfId;
+  qos::flows::markChanging(sfIndex, taIndex);
+  const uint32_t sfId = local.sf[sfIndex].sfId;
   const qos::RowPick pick = qos::clsfTable().findOrTakeFree(
       [sfId, clsfId](const ClsfRow& r) { return r.sfId == sfId && uint32_t{r.clsfId} == clsfId; });
   int32_t c = pick.row;
@@ -228,7 +187,7 @@ int32_t qos_intDb_AppendClsfId(uint32_t sfIndex, uint32_t clsfId, int32_t taInde
   writeAdding(row, taIndex);
   row.sfId = sfId;
   row.clsfId = static_cast<uint16_t>(clsfId);
-  countAppended(flow);
+  qos::flows::countAppendedClassifier(sfIndex);
   return 0;
 }
 
@@ -237,7 +196,7 @@ int32_t qos_intDb_AppendClsfId(uint32_t sfIndex, uint32_t clsfId, int32_t taInde
 int32_t qos_intDb_ChangeClassifier(uint32_t sfIndex, uint32_t clsfIndex, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (!dscArgsValid(sfIndex, clsfIndex, taIndex)) return -1;
-  markFlowChanging(sfIndex, taIndex);
+  qos::flows::markChanging(sfIndex, taIndex);
   ClsfRow& row = local.clsf[clsfIndex];
   row.status = QOS_CLSF_CHANGING;
   row.taIndex = taIndex;
@@ -248,9 +207,8 @@ int32_t qos_intDb_ChangeClassifier(uint32_t sfIndex, uint32_t clsfIndex, int32_t
 int32_t qos_intDb_DeleteClassifier(uint32_t sfIndex, uint32_t clsfIndex, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (!dscArgsValid(sfIndex, clsfIndex, taIndex)) return -1;
-  SfRow& flow = markFlowChanging(sfIndex, taIndex);
-  flow.clsfCounter--;
-  flow.deletedClsfCounter++;
+  qos::flows::markChanging(sfIndex, taIndex);
+  qos::flows::countDeletedClassifier(sfIndex);
   ClsfRow& row = local.clsf[clsfIndex];
   row.status = QOS_CLSF_DELETING;
   row.taIndex = taIndex;

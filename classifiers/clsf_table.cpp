@@ -13,11 +13,13 @@
 // Scans cover rows 0 to clsfDbMaxIndex; new rows come from the maximum-index
 // rule shared with the flow and cluster tables. This file holds the lookups,
 // the accessors, the free-row search and the dump; clsf_ops.cpp adds and
-// marks classifiers, and the outcome processing frees them. Nothing here
-// ever writes a row other than the one whose index the caller passed.
+// marks classifiers; clsf_bindings.cpp makes the changes PHS rules and the
+// end of a transaction ask for. Only this folder writes classifier rows and
+// the classifier words of the statistics block; it asks serviceflows/ for
+// every change of a flow row and never writes one. Nothing here ever
+// writes a row other than the one whose index the caller passed.
 #include <cstdio>
 
-#include "frame/internal.h"
 #include "frame/log.h"
 #include "frame/out.h"
 #include "qosintdb.h"
@@ -36,10 +38,7 @@ bool isClassifier(const ClsfRow& r) { return r.used() && r.status != QOS_CLSF_PH
 template <typename Pred>
 int32_t findInto(uint32_t* clsfIndex, Pred pred) {
   if (clsfIndex == nullptr) return -1;
-  int32_t row = qos::clsfTable().findInRange(pred);
-  if (row < 0) return -1;
-  *clsfIndex = static_cast<uint32_t>(row);
-  return 0;
+  return qos::writeRow(qos::clsfTable().findInRange(pred), clsfIndex);
 }
 
 void printRow(int32_t i, const ClsfRow& r) {
@@ -51,11 +50,6 @@ void printRow(int32_t i, const ClsfRow& r) {
 }
 
 }  // namespace
-
-// Opens the accessors that take a row index: table ready, index 0..319.
-#define QOS_CLSF_PREAMBLE(index) \
-  QOS_REQUIRE_SF_DB(-1);         \
-  QOS_REQUIRE_CLSF_INDEX(index, -1)
 
 extern "C" {
 
@@ -93,21 +87,21 @@ int32_t qos_intDb_GetNextClsfOfSf(uint32_t sfId, int32_t prevIndex, uint16_t* cl
 }
 
 int32_t qos_intDb_IsClsfInDeleting(uint32_t clsfIndex, uint32_t* deleting) {
-  QOS_CLSF_PREAMBLE(clsfIndex);
+  QOS_REQUIRE_CLSF_ROW(clsfIndex, -1);
   if (deleting == nullptr) return -1;
   *deleting = local.clsf[clsfIndex].status == QOS_CLSF_DELETING ? 1 : 0;
   return 0;
 }
 
 int32_t qos_intDb_SetClsfId(uint32_t clsfIndex, uint32_t clsfId) {
-  QOS_CLSF_PREAMBLE(clsfIndex);
+  QOS_REQUIRE_CLSF_ROW(clsfIndex, -1);
   local.clsf[clsfIndex].clsfId = static_cast<uint16_t>(clsfId);
   return 0;
 }
 
 // 0 only for a real classifier whose identifier is known.
 int32_t qos_intDb_GetClsfId(uint32_t clsfIndex, uint16_t* clsfId) {
-  QOS_CLSF_PREAMBLE(clsfIndex);
+  QOS_REQUIRE_CLSF_ROW(clsfIndex, -1);
   const ClsfRow& r = local.clsf[clsfIndex];
   if (clsfId == nullptr || !isClassifier(r) || r.clsfId == 0) return -1;
   *clsfId = r.clsfId;
@@ -115,13 +109,13 @@ int32_t qos_intDb_GetClsfId(uint32_t clsfIndex, uint16_t* clsfId) {
 }
 
 int32_t qos_intDb_SetClsfSfid(uint32_t clsfIndex, uint32_t sfId) {
-  QOS_CLSF_PREAMBLE(clsfIndex);
+  QOS_REQUIRE_CLSF_ROW(clsfIndex, -1);
   local.clsf[clsfIndex].sfId = sfId;
   return 0;
 }
 
 int32_t qos_intDb_GetClsfSfid(uint32_t clsfIndex, uint32_t* sfId) {
-  QOS_CLSF_PREAMBLE(clsfIndex);
+  QOS_REQUIRE_CLSF_ROW(clsfIndex, -1);
   const ClsfRow& r = local.clsf[clsfIndex];
   if (sfId == nullptr || !isClassifier(r)) return -1;
   *sfId = r.sfId;
@@ -173,12 +167,6 @@ int32_t qos_intDb_PrintClsf(int32_t clsfIndex) {
   for (int32_t i = first; i <= last; ++i) {
     if (local.clsf[i].used()) printRow(i, local.clsf[i]);
   }
-  return 0;
-}
-
-int32_t qos_intDb_UpdateClsfDbMaxIndex(void) {
-  QOS_REQUIRE_SF_DB(-1);
-  qos::clsfTable().lower();
   return 0;
 }
 

@@ -14,7 +14,9 @@
 // never indexes the per-port fields, and an append to a full list is
 // refused. Lists only grow; qos_dbc_DbReset and qos_dbc_ResetSfBitmaps
 // empty them. Every operation answers -1 while dbcTaDb is NULL. The caller
-// holds the lock; nothing here takes it.
+// holds the lock; nothing here takes it. The store writes only its own
+// block: the clusters it builds go into the SID cluster table through that
+// table's operations, and the flow and active tables are only read.
 #include <algorithm>
 #include <cstring>
 

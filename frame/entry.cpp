@@ -6,6 +6,10 @@
 // qos_IntDb_RetrieveAccess, which attaches and changes no table. Attaching
 // before any qos_IntDb_Init has run leaves this process with a semaphore
 // that nobody has set free yet: its locks wait until qos_IntDb_Init runs.
+//
+// These entry points are the one place in frame/ that calls up into the
+// subsystems (their init and reset operations); the rest of frame/ only
+// maps the region, logs and locks.
 #include <sys/ipc.h>
 #include <sys/sem.h>
 

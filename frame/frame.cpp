@@ -3,9 +3,10 @@
 // One segment of 85032 bytes holds every table. A process reaches it through
 // the base address the platform gave it; the init functions below point each
 // table family at its area and raise that family's ready flag. They compute
-// addresses only (apart from the one confirmation code the message store
-// presets) and never zero or reset anything: creating and resetting the
-// region is the entry points' job (entry.cpp).
+// addresses only and never zero or reset anything: creating and resetting
+// the region is the entry points' job (entry.cpp), and the message store
+// points its own views (it presets one record as it does). Nothing in this
+// file calls into a subsystem.
 #include "frame/log.h"
 #include "qosintdb.h"
 
@@ -31,17 +32,6 @@ int32_t qos_intDb_SfDb_init(void* base) {
   local.phsUs = decltype(local.phsUs)(region->phsUs);
   local.phsDs = decltype(local.phsDs)(region->phsDs);
   local.sfDbReady = 1;
-  return 0;
-}
-
-int32_t qos_intDb_MsgDb_init(void* base) {
-  if (base == nullptr) return -1;
-  auto* region = static_cast<qos::QosIntDbRegion*>(base);
-  local.msgDbReady = 1;
-  local.msgs = decltype(local.msgs)(region->msgs);
-  local.msgErrors = decltype(local.msgErrors)(region->msgErrors);
-  // Record 10 answers transactions nobody knows: reject-unknown-transaction-id.
-  qos_intDb_MsgSetConfCode(10, 10);
   return 0;
 }
 

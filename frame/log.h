@@ -4,8 +4,11 @@
 // (level, flag 1, module, operation name, source line). The macros below
 // build that record where they are expanded, so the record names the
 // operation that logs. The REQUIRE macros are the validity preambles of the
-// table families: they log the family's message with the operation's name
-// and return the given value (nothing for void operations).
+// table families, written here once: the family is attached (_DB), the
+// index names one of its rows (_INDEX), or both (_ROW). A failed check logs
+// the family's message with the operation's name and returns the given
+// value from the operation. They stay macros because the call-site record
+// must be made in the operation itself; they declare nothing in it.
 #pragma once
 
 #include "frame/state.h"
@@ -41,6 +44,16 @@
 #define QOS_REQUIRE_CLSF_INDEX(index, ret)                                              \
   QOS_REQUIRE_(static_cast<uint32_t>(index) < ::qos::kClsfRows, ret,                    \
                "func %s: ---> Clsf DB index %d is out of range", __func__, static_cast<int>(index))
+#define QOS_REQUIRE_SF_ROW(index, ret) \
+  do {                                 \
+    QOS_REQUIRE_SF_DB(ret);            \
+    QOS_REQUIRE_SF_INDEX(index, ret);  \
+  } while (0)
+#define QOS_REQUIRE_CLSF_ROW(index, ret) \
+  do {                                   \
+    QOS_REQUIRE_SF_DB(ret);              \
+    QOS_REQUIRE_CLSF_INDEX(index, ret);  \
+  } while (0)
 
 // Transaction table.
 #define QOS_REQUIRE_TA_DB(ret) \
@@ -48,6 +61,11 @@
 #define QOS_REQUIRE_TA_INDEX(index, ret)                                                \
   QOS_REQUIRE_(static_cast<uint32_t>(index) < ::qos::kTaRows, ret,                      \
                "%s: ---> DSX TA DB index %d is out of range", __func__, static_cast<int>(index))
+#define QOS_REQUIRE_TA_ROW(index, ret) \
+  do {                                 \
+    QOS_REQUIRE_TA_DB(ret);            \
+    QOS_REQUIRE_TA_INDEX(index, ret);  \
+  } while (0)
 
 // Message store (buffers and error records).
 #define QOS_REQUIRE_MSG_DB(ret) \
@@ -55,3 +73,8 @@
 #define QOS_REQUIRE_MSG_INDEX(index, ret)                                               \
   QOS_REQUIRE_(static_cast<uint32_t>(index) < ::qos::kMsgRows, ret,                     \
                "%s: ---> DSX MSG DB index %d is out of range", __func__, static_cast<int>(index))
+#define QOS_REQUIRE_MSG_ROW(index, ret) \
+  do {                                  \
+    QOS_REQUIRE_MSG_DB(ret);            \
+    QOS_REQUIRE_MSG_INDEX(index, ret);  \
+  } while (0)

@@ -7,7 +7,8 @@
 // and writes it in place through the address the get operations hand out.
 // A buffer never holds 1600 bytes or more: every write that would reach
 // that is refused and changes nothing. The library never interprets the
-// bytes.
+// bytes. Only messages/ writes the buffers and error records; it calls no
+// other subsystem.
 #include <cstdio>
 #include <cstring>
 
@@ -85,11 +86,6 @@ void dumpBuffer(const char* label, const MsgBuffer& buf) {
 
 }  // namespace
 
-// Opens every buffer operation: the store is attached and the row exists.
-#define QOS_MSG_PREAMBLE(index) \
-  QOS_REQUIRE_MSG_DB(-1);       \
-  QOS_REQUIRE_MSG_INDEX(index, -1)
-
 extern "C" {
 
 int32_t qos_intDb_MsgDb_reset(void) {
@@ -104,13 +100,13 @@ int32_t qos_intDb_MsgDb_reset(void) {
 }
 
 int32_t qos_intDb_MsgResetTaBuffer(uint32_t taIndex) {
-  QOS_MSG_PREAMBLE(taIndex);
+  QOS_REQUIRE_MSG_ROW(taIndex, -1);
   emptyRow(taIndex);
   return 0;
 }
 
 int32_t qos_intDb_MsgInitBufferForTa(uint32_t taIndex, uint32_t type, uint32_t noHeader) {
-  QOS_MSG_PREAMBLE(taIndex);
+  QOS_REQUIRE_MSG_ROW(taIndex, -1);
   qos::MsgRow& row = local.msgs[taIndex];
   row.req.length = row.rsp.length = row.ack.length = 0;
   if (noHeader == 0) {
@@ -126,39 +122,39 @@ int32_t qos_intDb_MsgInitBufferForTa(uint32_t taIndex, uint32_t type, uint32_t n
 
 int32_t qos_intDb_MsgAddReqBufferTlv(uint32_t taIndex, uint32_t type, uint32_t length,
                                      const uint8_t* value) {
-  QOS_MSG_PREAMBLE(taIndex);
+  QOS_REQUIRE_MSG_ROW(taIndex, -1);
   return addTlv(local.msgs[taIndex].req, type, length, value);
 }
 
 int32_t qos_intDb_MsgAddRspBufferTlv(uint32_t taIndex, uint32_t type, uint32_t length,
                                      const uint8_t* value) {
-  QOS_MSG_PREAMBLE(taIndex);
+  QOS_REQUIRE_MSG_ROW(taIndex, -1);
   return addTlv(local.msgs[taIndex].rsp, type, length, value);
 }
 
 int32_t qos_intDb_MsgAddAckBufferTlv(uint32_t taIndex, uint32_t type, uint32_t length,
                                      const uint8_t* value) {
-  QOS_MSG_PREAMBLE(taIndex);
+  QOS_REQUIRE_MSG_ROW(taIndex, -1);
   return addTlv(local.msgs[taIndex].ack, type, length, value);
 }
 
 int32_t qos_intDb_MsgAddReqBufferField(uint32_t taIndex, uint32_t length, const uint8_t* bytes) {
-  QOS_MSG_PREAMBLE(taIndex);
+  QOS_REQUIRE_MSG_ROW(taIndex, -1);
   return addField(local.msgs[taIndex].req, length, bytes);
 }
 
 int32_t qos_intDb_MsgAddRspBufferField(uint32_t taIndex, uint32_t length, const uint8_t* bytes) {
-  QOS_MSG_PREAMBLE(taIndex);
+  QOS_REQUIRE_MSG_ROW(taIndex, -1);
   return addField(local.msgs[taIndex].rsp, length, bytes);
 }
 
 int32_t qos_intDb_MsgAddAckBufferField(uint32_t taIndex, uint32_t length, const uint8_t* bytes) {
-  QOS_MSG_PREAMBLE(taIndex);
+  QOS_REQUIRE_MSG_ROW(taIndex, -1);
   return addField(local.msgs[taIndex].ack, length, bytes);
 }
 
 int32_t qos_intDb_MsgUpdateReqBuffer(uint32_t taIndex, const uint8_t* bytes, uint32_t length) {
-  QOS_MSG_PREAMBLE(taIndex);
+  QOS_REQUIRE_MSG_ROW(taIndex, -1);
   // A new request starts the exchange over, even if it does not fit.
   emptyRow(taIndex);
   if (!fits(0, length)) {
@@ -170,7 +166,7 @@ int32_t qos_intDb_MsgUpdateReqBuffer(uint32_t taIndex, const uint8_t* bytes, uin
 }
 
 int32_t qos_intDb_MsgUpdateRspBuffer(uint32_t taIndex, const uint8_t* bytes, uint32_t length) {
-  QOS_MSG_PREAMBLE(taIndex);
+  QOS_REQUIRE_MSG_ROW(taIndex, -1);
   if (!fits(0, length)) {
     QOS_LOG(QOS_LOG_ERROR, "%s: Unsufficient memory for DSX-RSP message, TA DB index = %d", __func__,
             static_cast<int>(taIndex));
@@ -180,7 +176,7 @@ int32_t qos_intDb_MsgUpdateRspBuffer(uint32_t taIndex, const uint8_t* bytes, uin
 }
 
 int32_t qos_intDb_MsgUpdateAckBuffer(uint32_t taIndex, const uint8_t* bytes, uint32_t length) {
-  QOS_MSG_PREAMBLE(taIndex);
+  QOS_REQUIRE_MSG_ROW(taIndex, -1);
   if (!fits(0, length)) {
     QOS_LOG(QOS_LOG_ERROR, "%s: Unsufficient memory for DSX-ACK message, TA DB index = %d", __func__,
             static_cast<int>(taIndex));
@@ -190,22 +186,22 @@ int32_t qos_intDb_MsgUpdateAckBuffer(uint32_t taIndex, const uint8_t* bytes, uin
 }
 
 int32_t qos_intDb_MsgGetReqBuffer(uint32_t taIndex, uint8_t** data, uint32_t* length) {
-  QOS_MSG_PREAMBLE(taIndex);
+  QOS_REQUIRE_MSG_ROW(taIndex, -1);
   return handOut(local.msgs[taIndex].req, data, length);
 }
 
 int32_t qos_intDb_MsgGetRspBuffer(uint32_t taIndex, uint8_t** data, uint32_t* length) {
-  QOS_MSG_PREAMBLE(taIndex);
+  QOS_REQUIRE_MSG_ROW(taIndex, -1);
   return handOut(local.msgs[taIndex].rsp, data, length);
 }
 
 int32_t qos_intDb_MsgGetAckBuffer(uint32_t taIndex, uint8_t** data, uint32_t* length) {
-  QOS_MSG_PREAMBLE(taIndex);
+  QOS_REQUIRE_MSG_ROW(taIndex, -1);
   return handOut(local.msgs[taIndex].ack, data, length);
 }
 
 int32_t qos_intDb_MsgGetMsgSendBuff(uint32_t taIndex, uint8_t** data, uint32_t* length) {
-  QOS_MSG_PREAMBLE(taIndex);
+  QOS_REQUIRE_MSG_ROW(taIndex, -1);
   return data != nullptr && length != nullptr ? 0 : -1;
 }
 

@@ -13,18 +13,22 @@
 //
 // The four outcomes (succeeded, failure, error, forced end) share one walk;
 // what each does to a row is one small function per cell of the two tables
-// below, by transaction type and outcome. These operations never touch PHS
-// rules, message buffers or transaction rows, and never take the lock: the
-// client holds it around each call.
-#include <cstring>
-
-#include "frame/internal.h"
+// below, by transaction type and outcome. The cells decide; the tables
+// write: flow rows change through serviceflows/, classifier rows through
+// classifiers/, clusters and active entries through their operations, so
+// this folder writes no row itself. These operations never touch PHS rules,
+// message buffers or transaction rows, and never take the lock: the client
+// holds it around each call.
+#include "classifiers/internal.h"
 #include "frame/log.h"
 #include "qosintdb.h"
+#include "serviceflows/internal.h"
 
 using qos::ClsfRow;
 using qos::local;
 using qos::SfRow;
+namespace flows = qos::flows;
+namespace classifiers = qos::classifiers;
 
 namespace {
 
@@ -70,60 +74,39 @@ struct Walk {
   FlowList flows;
 };
 
-// ---- Freeing rows ----------------------------------------------------------
-
-void freeFlow(uint32_t sfIndex) {
-  qos_intDb_SfDb_RowReset(sfIndex);
-  (void)qos_intDb_UpdateSfDbMaxIndex();
-}
-
-void freeClsf(ClsfRow& row) {
-  std::memset(&row, 0, sizeof row);
-  row.status = QOS_CLSF_EMPTY;
-  row.taIndex = kNone;
-  (void)qos_intDb_UpdateClsfDbMaxIndex();
+// Sends one outcome event with a 4-byte payload to component 32; 0 when the
+// event service took it.
+int32_t sendTaEvent(uint32_t payload, uint32_t event) {
+  uint32_t dest = ICC_dest_of(QOS_EV_COMPONENT);
+  return EV_GenEvent(dest, event, &payload, sizeof payload) == 0 ? 0 : -1;
 }
 
 // ---- Flow rows -------------------------------------------------------------
-
-// The transaction stops working on the flow and holds it in `state`.
-void holdIn(SfRow& row, uint32_t state, int32_t ta) {
-  row.state = state;
-  row.heldTaIndex = ta;
-  row.taIndex = kNone;
-}
-
-// The transaction stops working on the flow without holding it.
-void leaveIn(SfRow& row, uint32_t state) {
-  row.state = state;
-  row.taIndex = kNone;
-}
+// Each cell sees one used row of its transaction (taIndex = t), by index
+// and as it reads, and asks serviceflows/ for every change.
 
 // Tells the transaction that still holds the flow, if any, what became of it.
 void tellHolder(const SfRow& row, uint32_t event) {
-  if (row.heldTaIndex >= 0) (void)qos_intDb_SendTaEvent(static_cast<uint32_t>(row.heldTaIndex), event);
+  if (row.heldTaIndex >= 0) (void)sendTaEvent(static_cast<uint32_t>(row.heldTaIndex), event);
 }
 
-void addSucceeded(SfRow& row, const Walk& w) {
-  row.ref = 0;
-  row.committed = 1;
-  row.pairSfIndex = kNone;
-  holdIn(row, QOS_SF_OPERATIONAL, w.ta);
+void addSucceeded(uint32_t i, const SfRow&, const Walk& w) {
+  flows::commit(i, true);
+  flows::holdIn(i, QOS_SF_OPERATIONAL, w.ta);
 }
 
-void changeSucceeded(SfRow& row, const Walk& w) {
-  row.committed = 1;
-  row.pairSfIndex = kNone;
+void changeSucceeded(uint32_t i, const SfRow& row, const Walk& w) {
+  flows::commit(i, false);
   tellHolder(row, QOS_EV_HELD_SF_CHANGED);
-  holdIn(row, QOS_SF_OPERATIONAL, w.ta);
+  flows::holdIn(i, QOS_SF_OPERATIONAL, w.ta);
 }
 
 // DSD success and error: the flow is gone, and with an upstream flow its
 // SID clusters, switchover criteria and active entry.
-void deleteEnded(SfRow& row, const Walk& w) {
-  row.committed = 0;
+void deleteEnded(uint32_t i, const SfRow& row, const Walk& w) {
+  flows::uncommit(i);
   tellHolder(row, QOS_EV_HELD_SF_DELETED);
-  holdIn(row, QOS_SF_DELETED, w.ta);
+  flows::holdIn(i, QOS_SF_DELETED, w.ta);
   if (row.direction == QOS_DIR_UPSTREAM) {
     (void)qos_intDb_DeleteSidClustersOfSf(row.sfId);
     (void)qos_intDb_DeleteSfSidClusterParams(row.sfId);
@@ -131,59 +114,23 @@ void deleteEnded(SfRow& row, const Walk& w) {
   }
 }
 
-void addFailed(SfRow& row, const Walk& w) { holdIn(row, QOS_SF_ADD_REJECTED, w.ta); }
-void changeFailed(SfRow& row, const Walk& w) { holdIn(row, QOS_SF_OPERATIONAL, w.ta); }
+void addFailed(uint32_t i, const SfRow&, const Walk& w) { flows::holdIn(i, QOS_SF_ADD_REJECTED, w.ta); }
+void changeFailed(uint32_t i, const SfRow&, const Walk& w) { flows::holdIn(i, QOS_SF_OPERATIONAL, w.ta); }
 
 // A flow that the CMTS added exists there and has to be deleted; one that
 // the modem asked for never came into force.
-void addInError(SfRow& row, const Walk& w) {
-  holdIn(row, w.initiator != QOS_TA_BY_MODEM ? QOS_SF_DELETING : QOS_SF_ADD_REJECTED, w.ta);
+void addInError(uint32_t i, const SfRow&, const Walk& w) {
+  flows::holdIn(i, w.initiator != QOS_TA_BY_MODEM ? QOS_SF_DELETING : QOS_SF_ADD_REJECTED, w.ta);
 }
-void changeInError(SfRow& row, const Walk& w) { holdIn(row, QOS_SF_DELETING, w.ta); }
+void changeInError(uint32_t i, const SfRow&, const Walk& w) { flows::holdIn(i, QOS_SF_DELETING, w.ta); }
 
-void addForced(SfRow& row, const Walk&) { leaveIn(row, QOS_SF_ADD_REJECTED); }
-void changeForced(SfRow& row, const Walk&) { leaveIn(row, QOS_SF_OPERATIONAL); }
-void deleteForced(SfRow& row, const Walk&) { leaveIn(row, QOS_SF_DELETING); }
+void addForced(uint32_t i, const SfRow&, const Walk&) { flows::leaveIn(i, QOS_SF_ADD_REJECTED); }
+void changeForced(uint32_t i, const SfRow&, const Walk&) { flows::leaveIn(i, QOS_SF_OPERATIONAL); }
+void deleteForced(uint32_t i, const SfRow&, const Walk&) { flows::leaveIn(i, QOS_SF_DELETING); }
 
 // ---- Classifier rows -------------------------------------------------------
-// Each cell sees the used rows of its transaction (see ofTransaction).
-
-void clsfAddSucceeded(ClsfRow& row, const Walk&) {
-  row.status = QOS_CLSF_OPERATIONAL;
-  row.sfRef = 0;
-  row.taIndex = kNone;
-  row.ref = 0;
-}
-
-void clsfChangeSucceeded(ClsfRow& row, const Walk&) {
-  switch (row.status) {
-    case QOS_CLSF_ADDING:
-    case QOS_CLSF_CHANGING:
-      row.status = QOS_CLSF_OPERATIONAL;
-      break;
-    case QOS_CLSF_DELETING:
-      freeClsf(row);
-      return;
-    default:
-      QOS_LOG_AS("qos_intDb_UpdateSfOnTaSucceeded", QOS_MODULE_TABLES, QOS_LOG_NOTICE,
-                 "Incorrect status %d of classifier ClsfID=0x%x on DSC success processing",
-                 static_cast<int>(row.status), static_cast<unsigned>(row.clsfId));
-      break;
-  }
-  row.taIndex = kNone;
-}
-
-// A DSC that did not succeed: added classifiers go, the others stay in force.
-void clsfChangeUndone(ClsfRow& row, const Walk&) {
-  if (row.status == QOS_CLSF_ADDING) {
-    freeClsf(row);
-    return;
-  }
-  if (row.status == QOS_CLSF_CHANGING || row.status == QOS_CLSF_DELETING) row.status = QOS_CLSF_OPERATIONAL;
-  row.taIndex = kNone;
-}
-
-void clsfFreed(ClsfRow& row, const Walk&) { freeClsf(row); }
+// Each cell is the settling of classifiers/ that the row needs; it sees the
+// used rows of its transaction (see ofTransaction).
 
 // The classifier rows of the transaction: for DSA and DSC those it works on
 // (taIndex); for DSD every classifier of its flows, whatever their taIndex,
@@ -194,8 +141,8 @@ bool ofTransaction(const ClsfRow& row, const Walk& w) {
 
 // ---- The two tables --------------------------------------------------------
 
-using SfCell = void (*)(SfRow&, const Walk&);
-using ClsfCell = void (*)(ClsfRow&, const Walk&);
+using SfCell = void (*)(uint32_t, const SfRow&, const Walk&);
+using ClsfCell = void (*)(int32_t);
 
 enum Outcome { kSucceeded, kFailure, kError, kForcedEnd, kOutcomes };
 constexpr uint32_t kTypes = 3;  // DSA, DSC, DSD; other types change no row
@@ -209,27 +156,33 @@ constexpr SfCell kFlowCells[kTypes][kOutcomes] = {
 };
 
 // Classifier rows; nullptr: no classifier walk.
+using classifiers::release;
+using classifiers::settleAdded;
+using classifiers::settleChanged;
+using classifiers::undoChange;
 constexpr ClsfCell kClsfCells[kTypes][kOutcomes] = {
-    //          succeeded            failure           error             forced end
-    /* DSA */ {clsfAddSucceeded,    clsfFreed,        clsfFreed,        clsfFreed},
-    /* DSC */ {clsfChangeSucceeded, clsfChangeUndone, clsfChangeUndone, clsfChangeUndone},
-    /* DSD */ {clsfFreed,           nullptr,          clsfFreed,        clsfFreed},
+    //          succeeded      failure     error       forced end
+    /* DSA */ {settleAdded,   release,    release,    release},
+    /* DSC */ {settleChanged, undoChange, undoChange, undoChange},
+    /* DSD */ {release,       nullptr,    release,    release},
 };
 
 // Every row of the transaction is recorded in the flow list, whatever the
 // outcome and type; only the DSD classifier cells read it.
 int32_t settle(Outcome outcome, Walk& w) {
   const bool knownType = w.type < kTypes;
-  for (auto& row : local.sf) {
+  for (uint32_t i = 0; i < qos::kSfRows; ++i) {
+    const SfRow& row = local.sf[i];
     if (!row.used() || row.taIndex != w.ta) continue;
     w.flows.record(row.sfId);
     SfCell cell = knownType ? kFlowCells[w.type][outcome] : nullptr;
-    if (cell != nullptr) cell(row, w);
+    if (cell != nullptr) cell(i, row, w);
   }
   ClsfCell cell = knownType ? kClsfCells[w.type][outcome] : nullptr;
   if (cell == nullptr) return 0;
-  for (auto& row : local.clsf) {
-    if (row.used() && ofTransaction(row, w)) cell(row, w);
+  for (int32_t c = 0; c < static_cast<int32_t>(qos::kClsfRows); ++c) {
+    const ClsfRow& row = local.clsf[c];
+    if (row.used() && ofTransaction(row, w)) cell(c);
   }
   return 0;
 }
@@ -247,85 +200,95 @@ bool goesWithHolder(const SfRow& row, uint32_t type) {
   }
 }
 
+// Why a walk cannot start: an index above 10, or a transaction whose type
+// cannot be read.
+enum class Start { kOpen, kBadIndex, kUnknownType };
+
+// Reads the transaction's type into the walk.
+Start start(Walk& w, uint32_t taIndex) {
+  if (taIndex > kHighestTaIndex) return Start::kBadIndex;
+  return qos_TaDb_GetTaType(taIndex, &w.type) == 0 ? Start::kOpen : Start::kUnknownType;
+}
+
+// The outcomes that report nothing when the walk cannot start.
+int32_t settleQuietly(uint32_t taIndex, Outcome outcome) {
+  Walk w(taIndex);
+  if (start(w, taIndex) != Start::kOpen) return -1;
+  return settle(outcome, w);
+}
+
 }  // namespace
-
-// The start of every outcome operation that takes a TA DB index: the flow
-// family is attached and the index is at most 10.
-#define QOS_OUTCOME_PREAMBLE(taIndex) \
-  QOS_REQUIRE_SF_DB(-1);              \
-  if ((taIndex) > kHighestTaIndex) return -1
-
-// ... and, for the outcomes that depend on it, the transaction's type can be
-// read into `walk`. Only the error outcome reports a type it cannot read.
-#define QOS_OUTCOME_START(taIndex, walk, reportUnknownType)                                \
-  QOS_OUTCOME_PREAMBLE(taIndex);                                                         \
-  Walk walk(taIndex);                                                                      \
-  if (qos_TaDb_GetTaType((taIndex), &(walk).type) != 0) {                                 \
-    if (reportUnknownType) {                                                               \
-      QOS_LOG(QOS_LOG_ERROR, "QOS:  Cannot determine DSX TA type; TA index=%d",            \
-              static_cast<int>(taIndex));                                                  \
-    }                                                                                      \
-    return -1;                                                                             \
-  }                                                                                        \
-  (void)0
 
 extern "C" {
 
 int32_t qos_intDb_UpdateSfOnTaSucceeded(uint32_t taIndex) {
-  QOS_OUTCOME_START(taIndex, w, false);
-  return settle(kSucceeded, w);
+  QOS_REQUIRE_SF_DB(-1);
+  return settleQuietly(taIndex, kSucceeded);
 }
 
 int32_t qos_intDb_UpdateSfOnTaFailure(uint32_t taIndex) {
-  QOS_OUTCOME_START(taIndex, w, false);
-  return settle(kFailure, w);
+  QOS_REQUIRE_SF_DB(-1);
+  return settleQuietly(taIndex, kFailure);
 }
 
+// The only outcome that reports a type it cannot read.
 int32_t qos_intDb_UpdateSfOnTaError(uint32_t taIndex) {
-  QOS_OUTCOME_START(taIndex, w, true);
+  QOS_REQUIRE_SF_DB(-1);
+  Walk w(taIndex);
+  const Start s = start(w, taIndex);
+  if (s == Start::kUnknownType) {
+    QOS_LOG(QOS_LOG_ERROR, "QOS:  Cannot determine DSX TA type; TA index=%d", static_cast<int>(taIndex));
+  }
+  if (s != Start::kOpen) return -1;
   (void)qos_TaDb_GetTaInitiator(taIndex, &w.initiator);
   return settle(kError, w);
 }
 
 int32_t qos_intDb_UpdateSfOnTaForcedEnd(uint32_t taIndex) {
-  QOS_OUTCOME_START(taIndex, w, false);
-  return settle(kForcedEnd, w);
+  QOS_REQUIRE_SF_DB(-1);
+  return settleQuietly(taIndex, kForcedEnd);
 }
 
 int32_t qos_intDb_UpdateSfOnTaEnd(uint32_t taIndex) {
-  QOS_OUTCOME_START(taIndex, w, false);
+  QOS_REQUIRE_SF_DB(-1);
+  Walk w(taIndex);
+  if (start(w, taIndex) != Start::kOpen) return -1;
   for (uint32_t i = 0; i < qos::kSfRows; ++i) {
-    SfRow& row = local.sf[i];
+    const SfRow& row = local.sf[i];
     if (!row.used() || row.heldTaIndex != w.ta) continue;
-    row.heldTaIndex = kNone;
-    if (goesWithHolder(row, w.type)) freeFlow(i);
+    flows::endHold(i);
+    if (goesWithHolder(row, w.type)) flows::release(i);
   }
   return 0;
 }
 
 int32_t qos_intDb_UpdateSfAddAbort(uint32_t taIndex) {
-  QOS_OUTCOME_PREAMBLE(taIndex);
+  QOS_REQUIRE_SF_DB(-1);
+  if (taIndex > kHighestTaIndex) return -1;
   const auto ta = static_cast<int32_t>(taIndex);
   uint32_t aborted = 0;
-  for (auto& row : local.sf) {
+  for (uint32_t i = 0; i < qos::kSfRows; ++i) {
+    const SfRow& row = local.sf[i];
     if (row.state != QOS_SF_ADDING || row.taIndex != ta) continue;
-    holdIn(row, QOS_SF_ADD_REJECTED, ta);
+    flows::holdIn(i, QOS_SF_ADD_REJECTED, ta);
     ++aborted;
   }
   if (aborted == 0) return 0;
-  for (auto& row : local.clsf) {
-    if (row.used() && row.taIndex == ta) freeClsf(row);
+  for (int32_t c = 0; c < static_cast<int32_t>(qos::kClsfRows); ++c) {
+    const ClsfRow& row = local.clsf[c];
+    if (row.used() && row.taIndex == ta) classifiers::release(c);
   }
   return 0;
 }
 
 int32_t qos_intDb_UpdateSfOnTaAckLost(uint32_t taIndex) {
-  QOS_OUTCOME_PREAMBLE(taIndex);
+  QOS_REQUIRE_SF_DB(-1);
+  if (taIndex > kHighestTaIndex) return -1;
   const auto ta = static_cast<int32_t>(taIndex);
   for (const auto& row : local.sf) {
     if (!row.used() || row.state == QOS_SF_ADD_REJECTED || row.heldTaIndex != ta) continue;
     if (row.taIndex != kNone) {
-      (void)qos_intDb_SendTaEvent(static_cast<uint32_t>(row.taIndex), QOS_EV_HOLDER_ACK_LOST);
+      (void)sendTaEvent(static_cast<uint32_t>(row.taIndex), QOS_EV_HOLDER_ACK_LOST);
     }
   }
   return 0;
@@ -333,20 +296,9 @@ int32_t qos_intDb_UpdateSfOnTaAckLost(uint32_t taIndex) {
 
 int32_t qos_intDb_UpdateOnRegFinish(void) {
   QOS_REQUIRE_SF_DB(-1);
-  for (auto& row : local.sf) {
-    if (row.state == QOS_SF_OPERATIONAL) row.ref = 0;
-  }
-  for (auto& row : local.clsf) {
-    if (row.status != QOS_CLSF_OPERATIONAL) continue;
-    row.ref = 0;
-    row.sfRef = 0;
-  }
+  qos::flows::forgetOperationalRefs();
+  qos::classifiers::forgetOperationalRefs();
   return 0;
-}
-
-int32_t qos_intDb_SendTaEvent(uint32_t payload, uint32_t event) {
-  uint32_t dest = ICC_dest_of(QOS_EV_COMPONENT);
-  return EV_GenEvent(dest, event, &payload, sizeof payload) == 0 ? 0 : -1;
 }
 
 }  // extern "C"

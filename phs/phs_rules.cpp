@@ -11,11 +11,17 @@
 // the caller's transaction. The counters change when the operation runs;
 // the outcome processing never touches them.
 //
+// This folder owns no row: the flow rows change through serviceflows/ and
+// the placeholder classifier rows through classifiers/, each by the narrow
+// functions of their internal headers; nothing here may write a row itself.
+//
 // The adds make both searches before they write anything, so a failure
 // leaves every row as it was (a maximum index raised while choosing a row
 // may stay raised). The active PHS tables are not touched here.
+#include "classifiers/internal.h"
 #include "frame/log.h"
 #include "qosintdb.h"
+#include "serviceflows/internal.h"
 
 using qos::ClsfRow;
 using qos::local;
@@ -51,46 +57,20 @@ bool noConflict(const ClsfRow& clsf, const SfRow& flow, int32_t taIndex) {
   return freeFor(clsf.taIndex, taIndex) && freeFor(flow.taIndex, taIndex);
 }
 
-ClsfRow& newClsfPlaceholder(int32_t clsfIndex, int32_t taIndex) {
-  ClsfRow& row = local.clsf[clsfIndex];
-  row.status = QOS_CLSF_PHS_PLACEHOLDER;
-  row.taIndex = taIndex;
-  return row;
-}
-
-SfRow& newFlowPlaceholder(int32_t sfIndex, int32_t taIndex) {
-  SfRow& flow = local.sf[sfIndex];
-  flow.state = QOS_SF_REFERENCED;
-  flow.taIndex = taIndex;
-  return flow;
-}
-
-// The DSC mark of the flow, with one more rule counted when `added`.
-void markFlowChanging(SfRow& flow, int32_t taIndex, bool added) {
-  flow.state = QOS_SF_CHANGING;
-  flow.taIndex = taIndex;
-  if (added) flow.phsCounter++;
-}
+using FlowNames = qos::flows::Placeholder;
+using ClsfNames = qos::classifiers::Placeholder;
 
 }  // namespace
 
-// Binds `flow` to the first flow row with this SFID, or logs that the DSC
-// names an unknown flow and fails; `what` completes the message.
-#define QOS_PHS_FLOW(flow, sfId, what)                                               \
-  const int32_t flow##Index_ = flowById(sfId);                                       \
-  if (flow##Index_ < 0) {                                                            \
-    QOS_LOG(QOS_LOG_ERROR, "Cannot find SFID=0x%x in QOS internal DB for PHS " what, \
-            static_cast<unsigned>(sfId));                                            \
-    return -1;                                                                       \
-  }                                                                                  \
-  SfRow& flow = local.sf[flow##Index_]
+// The first words of the message that a DSC names an unknown flow.
+#define QOS_PHS_UNKNOWN_FLOW "Cannot find SFID=0x%x in QOS internal DB for PHS "
 
 extern "C" {
 
 int32_t qos_intDb_AddPhs(uint32_t sfRef, uint32_t clsfRef) {
   QOS_REQUIRE_SF_DB(-1);
   const qos::RowPick clsfPick =
-      qos::clsfTable().findOrTakeFree([clsfRef](const ClsfRow& r) { return uint32_t{r.ref} == clsfRef; });
+      qos::classifiers::pickRow([clsfRef](const ClsfRow& r) { return uint32_t{r.ref} == clsfRef; });
   const bool newClsf = !clsfPick.found;
   const int32_t c = clsfPick.row;
   if (!newClsf && uint32_t{local.clsf[c].sfRef} != sfRef) {
@@ -108,8 +88,7 @@ int32_t qos_intDb_AddPhs(uint32_t sfRef, uint32_t clsfRef) {
     return -1;
   }
   const qos::RowPick flowPick =
-      qos::sfTable().findOrTakeFree([sfRef](const SfRow& r) { return uint32_t{r.ref} == sfRef; });
-  const bool newFlow = !flowPick.found;
+      qos::flows::pickRow([sfRef](const SfRow& r) { return uint32_t{r.ref} == sfRef; });
   const int32_t f = flowPick.row;
   if (f < 0) {
     QOS_LOG(QOS_LOG_ERROR,
@@ -117,23 +96,14 @@ int32_t qos_intDb_AddPhs(uint32_t sfRef, uint32_t clsfRef) {
             static_cast<int>(sfRef));
     return -1;
   }
-  if (newClsf) {
-    ClsfRow& row = local.clsf[c];
-    row.status = QOS_CLSF_PHS_PLACEHOLDER;
-    row.ref = static_cast<uint8_t>(clsfRef);
-    row.sfRef = static_cast<uint16_t>(sfRef);
-  }
-  if (newFlow) {
-    local.sf[f].ref = static_cast<uint16_t>(sfRef);
-    local.sf[f].state = QOS_SF_REFERENCED;
-  }
-  local.sf[f].phsCounter++;
+  if (newClsf) qos::classifiers::makePhsPlaceholder(c, ClsfNames().withRef(clsfRef).withSfRef(sfRef));
+  qos::flows::bindPhsRule(flowPick, FlowNames().withRef(sfRef));
   return 0;
 }
 
 int32_t qos_intDb_AddPhsRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  const qos::RowPick clsfPick = qos::clsfTable().findOrTakeFree([clsfRef, taIndex](const ClsfRow& r) {
+  const qos::RowPick clsfPick = qos::classifiers::pickRow([clsfRef, taIndex](const ClsfRow& r) {
     return uint32_t{r.ref} == clsfRef && r.taIndex == taIndex;
   });
   const bool newClsf = !clsfPick.found;
@@ -145,8 +115,7 @@ int32_t qos_intDb_AddPhsRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) {
     return -1;
   }
   const qos::RowPick flowPick =
-      qos::sfTable().findOrTakeFree([sfRef](const SfRow& r) { return uint32_t{r.ref} == sfRef; });
-  const bool newFlow = !flowPick.found;
+      qos::flows::pickRow([sfRef](const SfRow& r) { return uint32_t{r.ref} == sfRef; });
   const int32_t f = flowPick.row;
   if (f < 0) {
     QOS_LOG(QOS_LOG_ERROR, "%s: SF int DB is full. Referred SF=%d cannot be added to DB for PHS",
@@ -154,18 +123,15 @@ int32_t qos_intDb_AddPhsRef(uint32_t sfRef, uint32_t clsfRef, int32_t taIndex) {
     return -1;
   }
   if (newClsf) {
-    ClsfRow& row = newClsfPlaceholder(c, taIndex);
-    row.ref = static_cast<uint8_t>(clsfRef);
-    row.sfRef = static_cast<uint16_t>(sfRef);
+    qos::classifiers::makePhsPlaceholder(c, ClsfNames().withRef(clsfRef).withSfRef(sfRef).withTa(taIndex));
   }
-  if (newFlow) newFlowPlaceholder(f, taIndex).ref = static_cast<uint16_t>(sfRef);
-  local.sf[f].phsCounter++;
+  qos::flows::bindPhsRule(flowPick, FlowNames().withRef(sfRef).withTa(taIndex));
   return 0;
 }
 
 int32_t qos_intDb_AddPhsId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  const qos::RowPick clsfPick = qos::clsfTable().findOrTakeFree(withClsfId(clsfId, sfId));
+  const qos::RowPick clsfPick = qos::classifiers::pickRow(withClsfId(clsfId, sfId));
   const bool newClsf = !clsfPick.found;
   const int32_t c = clsfPick.row;
   if (!newClsf && !freeFor(local.clsf[c].taIndex, taIndex)) return -1;
@@ -174,8 +140,7 @@ int32_t qos_intDb_AddPhsId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
             __func__, static_cast<int>(clsfId));
     return -1;
   }
-  const qos::RowPick flowPick = qos::sfTable().findOrTakeFree(withSfId(sfId));
-  const bool newFlow = !flowPick.found;
+  const qos::RowPick flowPick = qos::flows::pickRow(withSfId(sfId));
   const int32_t f = flowPick.row;
   if (f < 0) {
     QOS_LOG(QOS_LOG_ERROR,
@@ -184,18 +149,20 @@ int32_t qos_intDb_AddPhsId(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
     return -1;
   }
   if (newClsf) {
-    ClsfRow& row = newClsfPlaceholder(c, taIndex);
-    row.clsfId = static_cast<uint16_t>(clsfId);
-    row.sfId = sfId;
+    qos::classifiers::makePhsPlaceholder(c, ClsfNames().withClsfId(clsfId).withSfId(sfId).withTa(taIndex));
   }
-  if (newFlow) newFlowPlaceholder(f, taIndex).sfId = sfId;
-  local.sf[f].phsCounter++;
+  qos::flows::bindPhsRule(flowPick, FlowNames().withSfId(sfId).withTa(taIndex));
   return 0;
 }
 
 int32_t qos_intDb_AppendPhs_ClsfRef(uint32_t sfId, uint32_t clsfRef, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  QOS_PHS_FLOW(flow, sfId, "adding");
+  const int32_t f = flowById(sfId);
+  if (f < 0) {
+    QOS_LOG(QOS_LOG_ERROR, QOS_PHS_UNKNOWN_FLOW "adding", static_cast<unsigned>(sfId));
+    return -1;
+  }
+  const SfRow& flow = local.sf[f];
   int32_t c = qos::clsfTable().findInRange(
       [clsfRef, sfId](const ClsfRow& r) { return uint32_t{r.ref} == clsfRef && r.sfId == sfId; });
   if (c >= 0) {
@@ -206,19 +173,18 @@ int32_t qos_intDb_AppendPhs_ClsfRef(uint32_t sfId, uint32_t clsfRef, int32_t taI
           static_cast<unsigned>(sfId), static_cast<int>(clsfRef));
       return -1;
     }
-    local.clsf[c].taIndex = taIndex;
+    qos::classifiers::workOn(c, taIndex);
   } else {
-    if ((c = qos::clsfTable().takeFree()) < 0) {
+    if ((c = qos::classifiers::takeFreeRow()) < 0) {
       QOS_LOG(QOS_LOG_ERROR,
               "%s: Clsf int DB is full. Classifier with Ref=%d cannot be added for PHS", __func__,
               static_cast<int>(clsfRef));
       return -1;
     }
-    ClsfRow& row = newClsfPlaceholder(c, taIndex);
-    row.sfId = sfId;
-    row.ref = static_cast<uint8_t>(clsfRef);
+    qos::classifiers::makePhsPlaceholder(c, ClsfNames().withRef(clsfRef).withSfId(sfId).withTa(taIndex));
   }
-  markFlowChanging(flow, taIndex, true);
+  qos::flows::markChanging(static_cast<uint32_t>(f), taIndex);
+  qos::flows::countPhsRule(static_cast<uint32_t>(f));
   return 0;
 }
 
@@ -232,7 +198,12 @@ int32_t qos_intDb_AppendPhs_ClsfId(uint32_t sfId, uint32_t clsfId, int32_t taInd
             static_cast<int>(taIndex));
     return -1;
   }
-  QOS_PHS_FLOW(flow, sfId, "adding");
+  const int32_t f = flowById(sfId);
+  if (f < 0) {
+    QOS_LOG(QOS_LOG_ERROR, QOS_PHS_UNKNOWN_FLOW "adding", static_cast<unsigned>(sfId));
+    return -1;
+  }
+  const SfRow& flow = local.sf[f];
   int32_t c = clsfById(clsfId, sfId);
   if (c >= 0 && !noConflict(local.clsf[c], flow, taIndex)) {
     QOS_LOG(QOS_LOG_ERROR,
@@ -246,22 +217,26 @@ int32_t qos_intDb_AppendPhs_ClsfId(uint32_t sfId, uint32_t clsfId, int32_t taInd
     return -1;
   }
   if (c < 0) {
-    if ((c = qos::clsfTable().takeFree()) < 0) {
+    if ((c = qos::classifiers::takeFreeRow()) < 0) {
       QOS_LOG(QOS_LOG_ERROR, "Clsf int DB is full. Classifier with ID=%d cannot be added for PHS",
               static_cast<int>(clsfId));
       return -1;
     }
-    ClsfRow& row = newClsfPlaceholder(c, taIndex);
-    row.clsfId = static_cast<uint16_t>(clsfId);
-    row.sfId = sfId;
+    qos::classifiers::makePhsPlaceholder(c, ClsfNames().withClsfId(clsfId).withSfId(sfId).withTa(taIndex));
   }
-  markFlowChanging(flow, taIndex, true);
+  qos::flows::markChanging(static_cast<uint32_t>(f), taIndex);
+  qos::flows::countPhsRule(static_cast<uint32_t>(f));
   return 0;
 }
 
 int32_t qos_intDb_ChangePhs(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
-  QOS_PHS_FLOW(flow, sfId, "adding");
+  const int32_t f = flowById(sfId);
+  if (f < 0) {
+    QOS_LOG(QOS_LOG_ERROR, QOS_PHS_UNKNOWN_FLOW "adding", static_cast<unsigned>(sfId));
+    return -1;
+  }
+  const SfRow& flow = local.sf[f];
   int32_t c = clsfById(clsfId, sfId);
   if (c < 0) {
     QOS_LOG(QOS_LOG_ERROR, "Cannot change PHS, since its classifier is not found (ClsfId=%d)",
@@ -274,7 +249,7 @@ int32_t qos_intDb_ChangePhs(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
             static_cast<unsigned>(sfId), static_cast<int>(clsfId));
     return -1;
   }
-  markFlowChanging(flow, taIndex, false);
+  qos::flows::markChanging(static_cast<uint32_t>(f), taIndex);
   return 0;
 }
 
@@ -283,13 +258,13 @@ int32_t qos_intDb_ChangePhs(uint32_t sfId, uint32_t clsfId, int32_t taIndex) {
 // refuse the flow's configuration for PHS rules it does not have.
 int32_t qos_intDb_DeletePhs(uint32_t sfId, int32_t taIndex, uint32_t deleteAll) {
   QOS_REQUIRE_SF_DB(-1);
-  QOS_PHS_FLOW(flow, sfId, "deleting");
-  markFlowChanging(flow, taIndex, false);
-  if (deleteAll != 0) {
-    flow.phsCounter = 0;
-  } else if (flow.phsCounter != 0) {
-    flow.phsCounter--;
+  const int32_t f = flowById(sfId);
+  if (f < 0) {
+    QOS_LOG(QOS_LOG_ERROR, QOS_PHS_UNKNOWN_FLOW "deleting", static_cast<unsigned>(sfId));
+    return -1;
   }
+  qos::flows::markChanging(static_cast<uint32_t>(f), taIndex);
+  qos::flows::dropPhsRules(static_cast<uint32_t>(f), deleteAll != 0);
   return 0;
 }
 

@@ -8,10 +8,10 @@
 // upstream flows. Each changes its one field and nothing else: no state
 // transition is tested, no transaction moves into heldTaIndex.
 //
-// Every member opens the same way (QOS_SF_FIELD): the table is attached;
-// the index is 0..127 (a negative index passed as unsigned is above 127),
-// and a member either logs an index out of range or refuses it silently;
-// some members also refuse a free row. What differs between members is
+// Every member opens the same way: the table is attached; the index is
+// 0..127 (a negative index passed as unsigned is above 127), and a member
+// either logs an index out of range or refuses it silently; some members
+// also refuse a free row (memberRow). What differs between members is
 // their Rule, the field and its width, written in one line each below.
 #include "frame/log.h"
 #include "frame/out.h"
@@ -45,41 +45,47 @@ uint16_t* primaryRef(uint32_t direction) {
   return dir == QOS_DIR_UPSTREAM ? &local.stats->usPrimarySfRef : &local.stats->dsPrimarySfRef;
 }
 
+// A member's row: nullptr for an index above 127, and for a free row where
+// the rule refuses one. The member has checked that the table is attached
+// and, where its rule says so, logged an index out of range.
+SfRow* memberRow(uint32_t sfIndex, Rule rule) {
+  if (sfIndex >= qos::kSfRows) return nullptr;
+  SfRow& row = local.sf[sfIndex];
+  if (rule.refusesFreeRow && !row.used()) return nullptr;
+  return &row;
+}
+
 }  // namespace
 
-// Opens a member: initialised check, index check by the member's rule, then
-// `row` names the flow row (a free row refused where the rule says so).
-// Expanded in the member itself, so every log record names the member.
-#define QOS_SF_FIELD(index, rule)                          \
-  QOS_REQUIRE_SF_DB(-1);                                   \
-  if ((rule).logsRange) {                                  \
-    QOS_REQUIRE_SF_INDEX(index, -1);                       \
-  } else if ((index) >= qos::kSfRows) {                    \
-    return -1;                                             \
-  }                                                        \
-  SfRow& row = local.sf[index];                            \
-  if ((rule).refusesFreeRow && !row.used()) return -1
+// The three kinds of member that differ only in their rule, field and
+// width. Each defines the whole member, so every log record names it.
 
 // A member that copies `field` out at the width of Out.
-#define QOS_SF_GETTER(name, Out, field, rule)      \
-  int32_t name(uint32_t sfIndex, Out* out) {       \
-    QOS_SF_FIELD(sfIndex, rule);                   \
-    return qos::writeOut(out, row.field);               \
+#define QOS_SF_GETTER(name, Out, field, rule)                      \
+  int32_t name(uint32_t sfIndex, Out* out) {                       \
+    QOS_REQUIRE_SF_DB(-1);                                         \
+    if ((rule).logsRange) QOS_REQUIRE_SF_INDEX(sfIndex, -1);       \
+    const SfRow* row = memberRow(sfIndex, rule);                   \
+    return row == nullptr ? -1 : qos::writeOut(out, row->field);   \
   }
 
 // A member that stores the low bits of its value in `field`.
-#define QOS_SF_SETTER(name, field, rule)                       \
-  int32_t name(uint32_t sfIndex, uint32_t value) {             \
-    QOS_SF_FIELD(sfIndex, rule);                               \
-    row.field = static_cast<decltype(row.field)>(value);       \
-    return 0;                                                  \
+#define QOS_SF_SETTER(name, field, rule)                            \
+  int32_t name(uint32_t sfIndex, uint32_t value) {                  \
+    QOS_REQUIRE_SF_DB(-1);                                          \
+    if ((rule).logsRange) QOS_REQUIRE_SF_INDEX(sfIndex, -1);        \
+    SfRow* row = memberRow(sfIndex, rule);                          \
+    if (row == nullptr) return -1;                                  \
+    row->field = static_cast<decltype(row->field)>(value);          \
+    return 0;                                                       \
   }
 
-// A member that reads a transaction link.
-#define QOS_SF_LINK_GETTER(name, field)             \
-  int32_t name(uint32_t sfIndex, int32_t* out) {    \
-    QOS_SF_FIELD(sfIndex, kQuietRow);               \
-    return readLink(out, row.field);                \
+// A member that reads a transaction link, silent on the index.
+#define QOS_SF_LINK_GETTER(name, field)                      \
+  int32_t name(uint32_t sfIndex, int32_t* out) {             \
+    QOS_REQUIRE_SF_DB(-1);                                   \
+    const SfRow* row = memberRow(sfIndex, kQuietRow);        \
+    return row == nullptr ? -1 : readLink(out, row->field);  \
   }
 
 extern "C" {
@@ -104,13 +110,15 @@ QOS_SF_GETTER(qos_intDb_GetServiceFlowClassCounter, uint32_t, clsfCounter, kAnyR
 QOS_SF_GETTER(qos_intDb_GetServiceFlowPhsCounter, uint32_t, phsCounter, kAnyRow)
 
 int32_t qos_intDb_CheckSFOperational(uint32_t sfIndex) {
-  QOS_SF_FIELD(sfIndex, kQuietRow);
-  return row.state == QOS_SF_OPERATIONAL ? 0 : -1;
+  QOS_REQUIRE_SF_DB(-1);
+  const SfRow* row = memberRow(sfIndex, kQuietRow);
+  return row != nullptr && row->state == QOS_SF_OPERATIONAL ? 0 : -1;
 }
 
 // 0 clears the bits; any other value adds its low 8 bits to them.
 int32_t qos_intDb_SetServiceFlowParamSet(uint32_t sfIndex, uint32_t paramSetType) {
-  QOS_SF_FIELD(sfIndex, kAnyRow);
+  QOS_REQUIRE_SF_ROW(sfIndex, -1);
+  SfRow& row = local.sf[sfIndex];
   if (paramSetType == 0) {
     row.paramSetType = 0;
   } else {

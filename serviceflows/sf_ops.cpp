@@ -19,7 +19,9 @@
 // direction arguments are compared whole, so a value wider than its field
 // never matches a row; it is stored as its low bits.
 #include "frame/log.h"
+#include "frame/out.h"
 #include "qosintdb.h"
+#include "serviceflows/internal.h"
 
 using qos::local;
 using qos::SfRow;
@@ -31,13 +33,6 @@ constexpr int32_t kHighestTaIndex = 10;  // the message store's extra record cou
 
 // The row after prevIndex: row 0 for a negative prevIndex.
 int32_t rowAfter(int32_t prevIndex) { return prevIndex < 0 ? 0 : prevIndex + 1; }
-
-// Writes a found row index; -1 when there is none.
-int32_t answer(int32_t row, uint32_t* sfIndex) {
-  if (row < 0) return -1;
-  *sfIndex = static_cast<uint32_t>(row);
-  return 0;
-}
 
 bool isFlow(const SfRow& r) { return r.used() && r.state != QOS_SF_REFERENCED; }
 
@@ -64,11 +59,11 @@ int32_t qos_intDb_AddSf(uint32_t sfId, uint32_t ref, uint32_t direction) {
   row.ref = static_cast<uint16_t>(ref);
   row.sfId = sfId;
 
-  // Clusters may have been stored before the flow; they add to the count
-  // the row already holds.
-  int32_t cursor = -1;
-  uint8_t clusterId = 0;
-  while (qos_intDb_GetNextSfSidCluster(sfId, &cursor, &clusterId, nullptr) == 0) {
+  // Clusters may have been stored before the flow; every cluster row of the
+  // SFID, whatever its status, adds one to the count the row already holds.
+  // The cluster rows are only read here.
+  for (const qos::SidClusterRow& cluster : local.sidClusters) {
+    if (cluster.sfId != sfId) continue;
     row.sidClusterCounter = static_cast<int8_t>(static_cast<uint8_t>(row.sidClusterCounter) + 1);
   }
   return 0;
@@ -121,9 +116,7 @@ int32_t qos_intDb_AddSfId(uint32_t sfId, uint32_t direction, int32_t taIndex) {
 int32_t qos_intDb_ChangeSF(uint32_t sfIndex, int32_t taIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (sfIndex >= qos::kSfRows) return -1;
-  SfRow& row = local.sf[sfIndex];
-  row.state = QOS_SF_CHANGING;
-  row.taIndex = taIndex;
+  qos::flows::markChanging(sfIndex, taIndex);
   return 0;
 }
 
@@ -142,7 +135,7 @@ int32_t qos_intDb_StartDeleteSF(uint32_t sfIndex, int32_t taIndex) {
 int32_t qos_intDb_FindSfByRef(uint32_t ref, uint32_t* sfIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (sfIndex == nullptr) return -1;
-  return answer(qos::sfTable().findInRange(
+  return qos::writeRow(qos::sfTable().findInRange(
                     [ref](const SfRow& r) { return isFlow(r) && r.ref == ref; }),
                 sfIndex);
 }
@@ -152,7 +145,7 @@ int32_t qos_intDb_FindSfByTaAndRef(uint32_t ref, int32_t taIndex, uint32_t* sfIn
   QOS_REQUIRE_SF_DB(-1);
   if (taIndex < 0 || sfIndex == nullptr) return -1;
   *sfIndex = static_cast<uint32_t>(-1);
-  return answer(qos::sfTable().findInRange(
+  return qos::writeRow(qos::sfTable().findInRange(
                     [=](const SfRow& r) { return r.ref == ref && r.taIndex == taIndex; }),
                 sfIndex);
 }
@@ -160,7 +153,7 @@ int32_t qos_intDb_FindSfByTaAndRef(uint32_t ref, int32_t taIndex, uint32_t* sfIn
 int32_t qos_intDb_FindSFByTaIndex(int32_t taIndex, uint32_t* sfIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (sfIndex == nullptr) return -1;
-  return answer(local.sf.find([taIndex](const SfRow& r) { return r.used() && r.taIndex == taIndex; }),
+  return qos::writeRow(local.sf.find([taIndex](const SfRow& r) { return r.used() && r.taIndex == taIndex; }),
                 sfIndex);
 }
 
@@ -168,7 +161,7 @@ int32_t qos_intDb_FindSFByTaIndexAndDirection(int32_t taIndex, uint32_t directio
                                               uint32_t* sfIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (sfIndex == nullptr) return -1;
-  return answer(local.sf.find([=](const SfRow& r) {
+  return qos::writeRow(local.sf.find([=](const SfRow& r) {
     return r.used() && r.taIndex == taIndex && r.direction == direction;
   }),
                 sfIndex);
@@ -178,15 +171,14 @@ int32_t qos_intDb_NextSFIndexOfTa(int32_t taIndex, int32_t prevIndex, uint32_t* 
   QOS_REQUIRE_SF_DB(-1);
   if (prevIndex > kLastSfRow || taIndex < 0 || sfIndex == nullptr) return -1;
   *sfIndex = static_cast<uint32_t>(-1);
-  return answer(local.sf.find([taIndex](const SfRow& r) { return isFlow(r) && r.taIndex == taIndex; },
+  return qos::writeRow(local.sf.find([taIndex](const SfRow& r) { return isFlow(r) && r.taIndex == taIndex; },
                               rowAfter(prevIndex)),
                 sfIndex);
 }
 
 int32_t qos_intDb_GetSfTaIndexAndPairSf(uint32_t sfIndex, uint32_t* taIndex,
                                         uint32_t* pairSfIndex) {
-  QOS_REQUIRE_SF_DB(-1);
-  QOS_REQUIRE_SF_INDEX(sfIndex, -1);
+  QOS_REQUIRE_SF_ROW(sfIndex, -1);
   const SfRow& row = local.sf[sfIndex];
   if (taIndex == nullptr || !row.used()) return -1;
   const int32_t ta = row.taIndex;

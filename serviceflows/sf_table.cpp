@@ -10,14 +10,19 @@
 // QoS parameters themselves stay in the caller's own database.
 //
 // Scans of the used range stop at sfDbMaxIndex; rows are taken by the
-// maximum-index rule shared with the classifier and cluster tables. This
-// file also resets the whole flow family of tables.
+// maximum-index rule shared with the classifier and cluster tables.
+//
+// Only this folder writes flow rows and the flow words of the statistics
+// block. The client changes them through the exported operations; the
+// classifier, PHS, SID cluster and outcome code through the narrow
+// functions of serviceflows/internal.h. Nothing here may write a row of
+// another table or call into another subsystem.
 #include <cstring>
 
-#include "frame/internal.h"
 #include "frame/log.h"
 #include "frame/out.h"
 #include "qosintdb.h"
+#include "serviceflows/internal.h"
 
 using qos::local;
 
@@ -32,30 +37,35 @@ void resetSfRow(qos::SfRow& row, int32_t qosDbIndex) {
 
 }  // namespace
 
-extern "C" {
+namespace qos {
+namespace flows {
 
-void qos_intDb_SfDb_Reset(void) {
-  if (!local.sfDbReady) return;
-  // A table reset leaves qosDbIndex 0, a row reset -1.
-  for (auto& row : local.sf) resetSfRow(row, 0);
-  for (auto& row : local.clsf) {
-    std::memset(&row, 0, sizeof row);
-    row.taIndex = -1;
-  }
-  for (auto& row : local.activeSf) {
-    std::memset(&row, 0, sizeof row);
-    row.releaseOrder = 1;
-  }
-  std::memset(local.switchover.data(), 0, sizeof(qos::SwitchoverRow) * qos::kSwitchoverRows);
-  std::memset(local.sidClusters.data(), 0, sizeof(qos::SidClusterRow) * qos::kSidClusterRows);
-  for (std::size_t i = 0; i < qos::kActivePhsReserved; ++i) {
-    std::memset(&local.phsUs[i], 0, sizeof(qos::ActivePhsRow));
-    std::memset(&local.phsDs[i], 0, sizeof(qos::ActivePhsRow));
-  }
-  std::memset(local.stats, 0, sizeof *local.stats);
-  local.stats->clusterMaxNum = 38;
-  local.stats->clsfMaxNum = 160;
+int32_t findById(uint32_t sfId) {
+  return sfTable().findInRange([sfId](const SfRow& r) {
+    return r.used() && r.state != QOS_SF_REFERENCED && r.sfId == sfId;
+  });
 }
+
+// A table reset leaves qosDbIndex 0, a row reset -1.
+void resetRows() {
+  for (auto& row : local.sf) resetSfRow(row, 0);
+  QosIntDbStats& stats = *local.stats;
+  stats.reserved0 = 0;
+  stats.sfNumber = 0;
+  stats.sfDbMaxIndex = 0;
+  stats.reserved36 = 0;
+  stats.usPrimarySfRef = 0;
+  stats.reserved50 = 0;
+  stats.reserved52 = 0;
+  stats.dsPrimarySfRef = 0;
+  stats.reserved58 = 0;
+  stats.reserved60 = 0;
+}
+
+}  // namespace flows
+}  // namespace qos
+
+extern "C" {
 
 void qos_intDb_SfDb_RowReset(uint32_t sfIndex) {
   if (sfIndex >= qos::kSfRows || !local.sf.attached()) return;
@@ -70,12 +80,7 @@ int32_t qos_intDb_FindSfDbNextFreeIndex(uint32_t* sfIndex) {
 int32_t qos_intDb_FindSfById(uint32_t sfId, uint32_t* sfIndex) {
   QOS_REQUIRE_SF_DB(-1);
   if (sfIndex == nullptr) return -1;
-  int32_t row = qos::sfTable().findInRange([sfId](const qos::SfRow& r) {
-    return r.used() && r.state != QOS_SF_REFERENCED && r.sfId == sfId;
-  });
-  if (row < 0) return -1;
-  *sfIndex = static_cast<uint32_t>(row);
-  return 0;
+  return qos::writeRow(qos::flows::findById(sfId), sfIndex);
 }
 
 int32_t qos_intDb_GetSfDbMaxIndex(uint32_t* maxIndex) {
@@ -101,11 +106,5 @@ int32_t qos_intDb_GetSfNumber(uint32_t* sfNumber) {
 int32_t qos_intDb_GetNextSFDbIndex(void) { return -1; }
 
 int32_t qos_intDb_DsdReqRecieved(void) { return 0; }
-
-int32_t qos_intDb_UpdateSfDbMaxIndex(void) {
-  QOS_REQUIRE_SF_DB(-1);
-  qos::sfTable().lower();
-  return 0;
-}
 
 }  // extern "C"

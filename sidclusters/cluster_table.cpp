@@ -14,12 +14,18 @@
 // use SFID 0, and the rows stay findable exactly as other processes of the
 // stack expect. The mark clusterDbMaxIndex only grows between resets; new
 // rows are taken by the maximum-index rule shared with the flow table.
+//
+// Only this folder writes cluster and switchover rows and the cluster words
+// of the statistics block. A flow's cluster counter is the flow table's:
+// this file asks serviceflows/ to move it and never writes a flow row.
 #include <cstdio>
 #include <cstring>
 
 #include "frame/log.h"
 #include "frame/out.h"
 #include "qosintdb.h"
+#include "serviceflows/internal.h"
+#include "sidclusters/internal.h"
 
 using qos::local;
 using qos::SidClusterRow;
@@ -43,15 +49,22 @@ void copyChannels(const SidChannelMapping* from, SidChannelMapping* to) {
   }
 }
 
-// Moves the cluster counter of the flow with this SFID, if the flow exists.
-void countCluster(uint32_t sfId, int8_t delta) {
-  uint32_t sfIndex = 0;
-  if (qos_intDb_FindSfById(sfId, &sfIndex) != 0) return;
-  int8_t& counter = local.sf[sfIndex].sidClusterCounter;
-  counter = static_cast<int8_t>(static_cast<uint8_t>(counter) + static_cast<uint8_t>(delta));
+}  // namespace
+
+namespace qos {
+namespace clusters {
+
+void resetRows() {
+  std::memset(local.switchover.data(), 0, sizeof(SwitchoverRow) * kSwitchoverRows);
+  std::memset(local.sidClusters.data(), 0, sizeof(SidClusterRow) * kSidClusterRows);
+  QosIntDbStats& stats = *local.stats;
+  stats.clusterNumber = 0;
+  stats.clusterMaxNum = 38;
+  stats.clusterDbMaxIndex = 0;
 }
 
-}  // namespace
+}  // namespace clusters
+}  // namespace qos
 
 extern "C" {
 
@@ -76,7 +89,7 @@ int32_t qos_intDb_AddSfSidCluster(uint32_t sfId, uint8_t clusterId,
   row.clusterId = clusterId;
   row.sfId = sfId;
   copyChannels(channels, row.channels);
-  if (created) countCluster(sfId, +1);
+  if (created) qos::flows::countCluster(sfId, +1);
   return 0;
 }
 
@@ -85,7 +98,7 @@ int32_t qos_intDb_DelSfSidCluster(uint32_t sfId, uint8_t clusterId) {
   int32_t i = findPair(sfId, clusterId);
   if (i < 0) return -1;
   std::memset(&local.sidClusters[i], 0, sizeof(SidClusterRow));
-  countCluster(sfId, -1);
+  qos::flows::countCluster(sfId, -1);
   return 0;
 }
 

@@ -10,12 +10,16 @@
 // generates the 15-bit IDs of modem-initiated transactions, a sequence that
 // runs on across table resets.
 //
-// qos_TaDb_AddNewTa and qos_intDb_ResetTaDbRow take the lock themselves;
-// every other operation runs under the caller's lock.
+// Only this file writes transaction rows and TaDbControl; a row's message
+// buffers are the message store's, which it asks to empty them. It reads
+// no flow or classifier row. qos_TaDb_AddNewTa and qos_intDb_ResetTaDbRow
+// take the lock themselves; every other operation runs under the caller's
+// lock.
 #include <cstdio>
 #include <cstring>
 
 #include "frame/log.h"
+#include "frame/out.h"
 #include "qosintdb.h"
 
 using qos::local;
@@ -53,11 +57,6 @@ int32_t readUsedField(uint32_t index, uint32_t* out, uint32_t TaRow::*field) {
 }
 
 }  // namespace
-
-// Opens the operations on one row: the table is attached, the index is 0..9.
-#define QOS_TA_PREAMBLE(index) \
-  QOS_REQUIRE_TA_DB(-1);       \
-  QOS_REQUIRE_TA_INDEX(index, -1)
 
 extern "C" {
 
@@ -108,56 +107,53 @@ int32_t qos_TaDb_FindTaIndexByTaId(uint32_t taId, uint32_t* taIndex) {
             static_cast<int>(taId), static_cast<unsigned>(reinterpret_cast<uintptr_t>(taIndex)));
     return -1;
   }
-  int32_t i = local.ta.find([taId](const TaRow& r) { return r.used() && r.taId == taId; });
-  if (i < 0) return -1;
-  *taIndex = static_cast<uint32_t>(i);
-  return 0;
+  return qos::writeRow(local.ta.find([taId](const TaRow& r) { return r.used() && r.taId == taId; }), taIndex);
 }
 
 int32_t qos_TaDb_GetTaId(uint32_t taIndex, uint16_t* taId) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (taId == nullptr) return -1;
   *taId = local.ta[taIndex].taId;
   return local.ta[taIndex].used() ? 0 : -1;
 }
 
 int32_t qos_TaDb_GetTaType(uint32_t taIndex, uint32_t* type) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   return readUsedField(taIndex, type, &TaRow::type);
 }
 
 int32_t qos_TaDb_GetTaInitiator(uint32_t taIndex, uint32_t* initiator) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   return readUsedField(taIndex, initiator, &TaRow::initiator);
 }
 
 int32_t qos_TaDb_GetTaSubtype(uint32_t taIndex, uint32_t* subtype) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   return readUsedField(taIndex, subtype, &TaRow::subtype);
 }
 
 int32_t qos_TaDb_SetTaSubtype(uint32_t taIndex, uint32_t subtype) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   local.ta[taIndex].subtype = subtype;
   return 0;
 }
 
 int32_t qos_TaDb_SetTaDbState(uint32_t taIndex, uint32_t state) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (state > kHighestState) return -1;
   local.ta[taIndex].smState = state;
   return 0;
 }
 
 int32_t qos_TaDb_GetTaDbState(uint32_t taIndex, uint32_t* state) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (state == nullptr) return -1;
   *state = local.ta[taIndex].smState;
   return local.ta[taIndex].used() ? 0 : -1;
 }
 
 int32_t qos_TaDb_IsTaHeld(uint32_t taIndex, uint32_t* held) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (held == nullptr) return -1;
   uint32_t state = local.ta[taIndex].smState;
   *held = (state == 2 || state == 3) ? 1 : 0;
@@ -165,21 +161,21 @@ int32_t qos_TaDb_IsTaHeld(uint32_t taIndex, uint32_t* held) {
 }
 
 int32_t qos_TaDb_ResetRetCounter(uint32_t taIndex) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (!local.ta[taIndex].used()) return -1;
   local.ta[taIndex].retryCounter = 0;
   return 0;
 }
 
 int32_t qos_TaDb_IncRetCounter(uint32_t taIndex) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (!local.ta[taIndex].used()) return -1;
   local.ta[taIndex].retryCounter++;
   return 0;
 }
 
 int32_t qos_TaDb_GetRetCounter(uint32_t taIndex, uint32_t* retries) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (retries == nullptr) return -1;
   if (!local.ta[taIndex].used()) {
     *retries = kFreeRowRetries;
@@ -191,7 +187,7 @@ int32_t qos_TaDb_GetRetCounter(uint32_t taIndex, uint32_t* retries) {
 
 // A block longer than the row's 255 bytes is refused, as the allocation does.
 int32_t qos_TaDb_SetTaAuthBlock(uint32_t taIndex, uint32_t authLen, const uint8_t* authData) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (authLen > qos::kAuthBlockSize) return -1;
   if (authLen != 0 && authData == nullptr) return -1;
   TaRow& row = local.ta[taIndex];
@@ -201,7 +197,7 @@ int32_t qos_TaDb_SetTaAuthBlock(uint32_t taIndex, uint32_t authLen, const uint8_
 }
 
 int32_t qos_TaDb_GetTaAuthBlock(uint32_t taIndex, uint32_t* authLen, uint8_t** authData) {
-  QOS_TA_PREAMBLE(taIndex);
+  QOS_REQUIRE_TA_ROW(taIndex, -1);
   if (authLen == nullptr || authData == nullptr) return -1;
   *authLen = local.ta[taIndex].authLen;
   *authData = local.ta[taIndex].authBlock;

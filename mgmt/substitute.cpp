@@ -1,26 +1,18 @@
-// sf_substitute.cpp - giving a known service flow another SFID.
+// substitute.cpp - giving a known service flow another SFID.
 //
 // The SFID names a flow in several tables at once: its own flow row, the
 // rows of its classifiers, its entry in the active upstream flow table and
 // its entries in the active PHS table of its direction. When the CMTS
 // renames the flow, all of them follow in one call, under the caller's
-// lock. Outside the flow row the walks match on the SFID alone, so any row
-// that carries the old SFID is renamed.
+// lock; each table renames its own rows. Outside the flow row the walks
+// match on the SFID alone, so any row that carries the old SFID is renamed.
+#include "active/internal.h"
+#include "classifiers/internal.h"
 #include "frame/log.h"
 #include "qosintdb.h"
+#include "serviceflows/internal.h"
 
 using qos::local;
-
-namespace {
-
-template <typename Table>
-void rename(const Table& table, int32_t last, uint32_t oldSfId, uint32_t newSfId) {
-  for (int32_t i = 0; i <= last; ++i) {
-    if (table[i].used() && table[i].sfId == oldSfId) table[i].sfId = newSfId;
-  }
-}
-
-}  // namespace
 
 extern "C" {
 
@@ -36,11 +28,9 @@ int32_t qos_intDb_SubstituteSfId(uint32_t oldSfId, uint32_t newSfId) {
     QOS_LOG(QOS_LOG_ERROR, "No SF with SFID=0x%x was found; SFID cannot be substituted ", oldSfId);
     return -1;
   }
-  local.sf[flow].sfId = newSfId;
-  rename(local.clsf, local.clsf.kRows - 1, oldSfId, newSfId);
-  rename(local.activeSf, local.activeSf.kRows - 1, oldSfId, newSfId);
-  const auto& phs = local.sf[flow].direction == QOS_DIR_UPSTREAM ? local.phsUs : local.phsDs;
-  rename(phs, QOS_ACTIVE_PHS_ROWS - 1, oldSfId, newSfId);
+  qos::flows::rename(static_cast<uint32_t>(flow), newSfId);
+  qos::classifiers::renameSfId(oldSfId, newSfId);
+  qos::active::renameSfId(oldSfId, newSfId, local.sf[flow].direction);
   return 0;
 }
 
