@@ -56,11 +56,12 @@ uint64_t ownPidNamespace() {
 }
 
 // A forked child does not inherit the parent's slot (SEM_UNDO adjustments
-// are not inherited): until it attaches itself it locks without one.
+// are not inherited): it claims its own when it first locks or attaches.
 void forgetSlotInChild() {
   local.slot = nullptr;
-  local.slotPid = 0;
-  local.holder = slotlessHolderWord(static_cast<uint32_t>(getpid()));
+  local.slotClaimed = false;
+  local.slotPid = static_cast<int>(getpid());
+  local.holder = slotlessHolderWord(static_cast<uint32_t>(local.slotPid));
 }
 
 void setUp(Companion& c) {
@@ -150,15 +151,26 @@ int slotSemaphores() {
   return id;
 }
 
+}  // namespace
+
 void claimSlot() {
+  local.slotClaimed = true;
+  if (local.companion == nullptr) return;
+  // The slot of the lock's last operator is left alone while it is dead:
+  // it is the evidence that frees a holder that died before writing its
+  // record (or after clearing it).
+  const uint64_t ns = ownPidNamespace();
+  const int lastOperator = semctl(semget(QOS_SEM_KEY, 1, 0), 0, GETPID);
   for (int i = 0; i < kProcessSlots; ++i) {
+    const ProcessSlot& old = local.companion->slots[i];
+    if (lastOperator > 0 && old.pid == lastOperator && old.pidNamespace == ns) continue;
     struct sembuf claim[2] = {{static_cast<unsigned short>(i), 0, IPC_NOWAIT},
                               {static_cast<unsigned short>(i), 1, SEM_UNDO | IPC_NOWAIT}};
     if (semop(local.slotSemId, claim, 2) != 0) continue;
     ProcessSlot& s = local.companion->slots[i];
     __atomic_store_n(&s.acquiringSec, 0, __ATOMIC_RELAXED);
     s.pid = static_cast<int32_t>(getpid());
-    s.pidNamespace = ownPidNamespace();
+    s.pidNamespace = ns;
     s.startTime = ownStartTime();
     uint32_t generation = (s.generation + 1) & kGenerationMask;
     __atomic_store_n(&s.generation, generation, __ATOMIC_RELEASE);
@@ -169,9 +181,12 @@ void claimSlot() {
   }
   QOS_LOG(QOS_LOG_SEMAPHORE, "No free QOS TA lock slot (%d in use): this process is reported as an unknown holder",
           kProcessSlots);
-  forgetSlotInChild();
+  local.slot = nullptr;
+  local.slotPid = static_cast<int>(getpid());
+  local.holder = slotlessHolderWord(static_cast<uint32_t>(local.slotPid));
 }
 
+namespace {
 bool forkHandlerSet = false;
 
 }  // namespace
@@ -187,8 +202,7 @@ int attachCompanion() {
     if (c != nullptr) shmdt(c);
     return -1;
   }
-  bool same = id == local.companionId && semId == local.slotSemId && local.slot != nullptr &&
-              local.slotPid == getpid();
+  bool same = id == local.companionId && semId == local.slotSemId && local.slot != nullptr;
   if (same) {
     shmdt(c);  // attached already
     return 0;

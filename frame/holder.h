@@ -43,11 +43,15 @@ enum LockMode : uint16_t { kLockSemaphore = 1, kLockRobustMutex = 2 };
 using HolderWord = uint32_t;
 constexpr HolderWord kNoHolder = 0;
 constexpr uint32_t kNoSlot = 0xff;
+// A tool that freed a dead holder's lock writes this slot field (and its
+// pid) just before it raises the semaphore; the next taker overwrites it.
+constexpr uint32_t kFreedByTool = 0xfe;
 constexpr uint32_t kGenerationMask = 0xffffff;
 constexpr HolderWord holderWord(uint32_t slot, uint32_t generation) {
   return ((slot + 1) << 24) | (generation & kGenerationMask);
 }
 constexpr HolderWord slotlessHolderWord(uint32_t pid) { return (kNoSlot << 24) | (pid & kGenerationMask); }
+constexpr HolderWord freedHolderWord(uint32_t pid) { return (kFreedByTool << 24) | (pid & kGenerationMask); }
 constexpr uint32_t holderSlotField(HolderWord w) { return w >> 24; }  // 0 none, kNoSlot, else slot + 1
 constexpr uint32_t holderLow(HolderWord w) { return w & kGenerationMask; }
 
@@ -77,7 +81,8 @@ struct HolderRecord {
   HolderWord holder;       // who holds the lock (kNoHolder: nobody known)
   uint32_t sinceSec;       // since when (realtime)
   uint32_t sinceNsec;
-  uint8_t reserved[52];
+  int32_t pid;             // the holder's pid in its own PID namespace
+  uint8_t reserved[48];
 };
 static_assert(sizeof(HolderRecord) == 64, "the record is one cache line");
 
@@ -114,6 +119,9 @@ namespace qos {
 // already owns one there. 0, or -1 after a level-0 log line when the
 // companion is foreign, stale or built for the other lock mode.
 int attachCompanion();
+// Claims a free slot for this process (one semop per slot tried); without
+// one, the process is recorded as a holder without a slot.
+void claimSlot();
 // Clears the holder record: the lock was just set free by qos_IntDb_Init.
 void clearHolderRecord();
 

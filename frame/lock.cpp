@@ -36,6 +36,7 @@ constexpr clockid_t kRecordClock = CLOCK_REALTIME;
 // The record around taking the lock: this process's slot says that it is
 // acquiring; once it holds the lock, the holder word says so.
 void beginAcquiring() {
+  if (!local.slotClaimed) qos::claimSlot();  // once, in a forked child
   if (local.slot == nullptr) return;
   timespec now;
   clock_gettime(kRecordClock, &now);
@@ -49,6 +50,7 @@ void recordHolder(bool taken) {
     clock_gettime(kRecordClock, &now);
     local.companion->record.sinceSec = static_cast<uint32_t>(now.tv_sec);
     local.companion->record.sinceNsec = static_cast<uint32_t>(now.tv_nsec);
+    local.companion->record.pid = local.slotPid;
     __atomic_store_n(&local.companion->record.holder, local.holder, __ATOMIC_RELEASE);
   }
   if (local.slot != nullptr) __atomic_store_n(&local.slot->acquiringSec, 0u, __ATOMIC_RELEASE);

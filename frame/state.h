@@ -49,6 +49,7 @@ struct ProcessState {
   int slotSemId = -1;
   ProcessSlot* slot = nullptr;     // this process's slot; nullptr: none
   int slotPid = 0;                 // the process that claimed `slot`
+  bool slotClaimed = false;        // whether this process tried to claim one
   HolderWord holder = kNoHolder;   // what this process writes as holder
 };
 
