@@ -76,6 +76,7 @@ using LockHolder = qostest::StoreTest;
 // wrote no record) is never freed by `unlock --force`; the louder flag frees
 // it, and the holder's own unlock afterwards does not raise the value to 2.
 TEST_F(LockHolder, LivingOrUnknownHoldersAreNeverFreedByForce) {
+  if (qos::kBuiltLockMode != qos::kLockSemaphore) GTEST_SKIP() << "the semaphore lock only";
   const int semId = semget(QOS_SEM_KEY, 1, 0);
   struct Row {
     const char* name;
@@ -127,6 +128,7 @@ TEST_F(LockHolder, LivingOrUnknownHoldersAreNeverFreedByForce) {
 // A dead holder's lock: reported, refused by lock users, freed by exactly
 // one of two concurrent `unlock --force`; the value ends at 1.
 TEST_F(LockHolder, ADeadHolderIsFreedOnceByConcurrentForcedUnlocks) {
+  if (qos::kBuiltLockMode != qos::kLockSemaphore) GTEST_SKIP() << "the semaphore lock only";
   for (int round = 0; round < (emulated() ? 2 : 5); ++round) {
     Holder holder;
     ASSERT_TRUE(holder.taken());
@@ -237,7 +239,10 @@ TEST_F(LockHolder, WatchRecoversHoldersKilledAtRandomAndLosesNoRow) {
                                                  "holds|\\d+ corrupt, \\d+ suspect \\(qosdb check lists them\\))"));
   }
   unlink(watchLog.c_str());
-  EXPECT_GT(recovered, 0);
+  // The robust mutex is recovered by whichever process takes it next.
+  if (qos::kBuiltLockMode == qos::kLockSemaphore) {
+    EXPECT_GT(recovered, 0);
+  }
   EXPECT_EQ(checked, recovered);
   RecordProperty("recoveries", recovered);
   EXPECT_EQ(semValue(), 1);
