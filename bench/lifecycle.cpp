@@ -151,6 +151,7 @@ void registerLifecycles() {
     })->UseManualTime();
   }
   registerPeerLifecycle();
+  registerLmdbLifecycle();
 
   for (int procs : {1, 2, 4}) {
     reg("mp/DsaLifecycle/procs:" + std::to_string(procs), [procs](benchmark::State& s) {

@@ -24,6 +24,9 @@ constexpr uint32_t kLifecycleRequestLength = 120;
 // The DSA-REQ the lifecycle stores.
 const uint8_t* lifecycleRequest();
 
+// Registers lmdb/DsaLifecycle/full (peer_lmdb.cpp).
+void registerLmdbLifecycle();
+
 // Runs the lifecycle for a flow reference; the flow's SF DB index, or -1.
 int32_t runDsaLifecycle(uint32_t flowRef, uint32_t sfId);
 
