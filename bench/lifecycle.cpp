@@ -152,6 +152,7 @@ void registerLifecycles() {
   }
   registerPeerLifecycle();
   registerLmdbLifecycle();
+  registerWalLifecycle();
 
   for (int procs : {1, 2, 4}) {
     reg("mp/DsaLifecycle/procs:" + std::to_string(procs), [procs](benchmark::State& s) {
