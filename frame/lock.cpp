@@ -118,6 +118,8 @@ int giveLock() { return semaphoreOp(&local.unlockOp); }
 
 #else
 
+static_assert(sizeof(pthread_mutex_t) <= sizeof(qos::Companion::mutex), "the mutex fits its area");
+
 pthread_mutex_t* mutex() {
   return local.companion == nullptr ? nullptr : reinterpret_cast<pthread_mutex_t*>(local.companion->mutex);
 }
