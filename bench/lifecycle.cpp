@@ -151,6 +151,8 @@ void registerLifecycles() {
     })->UseManualTime();
   }
   registerPeerLifecycle();
+  registerLmdbLifecycle();
+  registerWalLifecycle();
 
   for (int procs : {1, 2, 4}) {
     reg("mp/DsaLifecycle/procs:" + std::to_string(procs), [procs](benchmark::State& s) {

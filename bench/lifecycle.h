@@ -24,6 +24,11 @@ constexpr uint32_t kLifecycleRequestLength = 120;
 // The DSA-REQ the lifecycle stores.
 const uint8_t* lifecycleRequest();
 
+// Registers lmdb/DsaLifecycle/full (peer_lmdb.cpp) and
+// sqlite-wal/DsaLifecycle/{empty,full} (peer_wal.cpp).
+void registerLmdbLifecycle();
+void registerWalLifecycle();
+
 // Runs the lifecycle for a flow reference; the flow's SF DB index, or -1.
 int32_t runDsaLifecycle(uint32_t flowRef, uint32_t sfId);
 

@@ -66,6 +66,22 @@ pthread_mutex_t* sharedMutex() {
   return m;
 }
 
+// The same, robust: what the robust lock mode costs at best.
+pthread_mutex_t* robustMutex() {
+  static pthread_mutex_t* m = [] {
+    void* p = mmap(nullptr, sizeof(pthread_mutex_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    auto* mutex = static_cast<pthread_mutex_t*>(p);
+    pthread_mutexattr_t attr;
+    pthread_mutexattr_init(&attr);
+    pthread_mutexattr_setpshared(&attr, PTHREAD_PROCESS_SHARED);
+    pthread_mutexattr_setrobust(&attr, PTHREAD_MUTEX_ROBUST);
+    pthread_mutex_init(mutex, &attr);
+    pthread_mutexattr_destroy(&attr);
+    return mutex;
+  }();
+  return m;
+}
+
 // Per-iteration counters of the semaphore operations made since `from`.
 void countSemops(benchmark::State& s, const SemCount& from) {
   const SemCount made = semCount() - from;
@@ -84,6 +100,10 @@ void registerLocking() {
   });
   reg("floor/LockRoundTrip", [](benchmark::State& s) {
     pthread_mutex_t* m = sharedMutex();
+    eachIteration(s, [m] { return pthread_mutex_lock(m) | pthread_mutex_unlock(m); });
+  });
+  reg("floor/RobustLockRoundTrip", [](benchmark::State& s) {
+    pthread_mutex_t* m = robustMutex();
     eachIteration(s, [m] { return pthread_mutex_lock(m) | pthread_mutex_unlock(m); });
   });
   // What the semaphore costs by itself, and what any two system calls cost.

@@ -104,12 +104,15 @@ class Stmt {
 // The database, filled from the region's used rows.
 class Peer {
  public:
-  explicit Peer(Tables t) {
+  // `file` other than ":memory:" is set up with `setup` (pragmas) first.
+  explicit Peer(Tables t, const std::string& file = ":memory:", const char* setup = nullptr) : file_(file) {
+    removeFile();
     // One connection on one thread: no mutexes.
-    if (sqlite3_open_v2(":memory:", &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
+    if (sqlite3_open_v2(file.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX,
                         nullptr) != SQLITE_OK) {
       fail(db_, "open");
     }
+    if (setup != nullptr) exec(setup);
     for (const char* name : kTables) exec(createTable(qosschema::table(name)).c_str());
     exec(kIndexes);
     useTables(t);
@@ -118,6 +121,7 @@ class Peer {
   ~Peer() {
     stmts_.clear();
     sqlite3_close(db_);
+    removeFile();
   }
   sqlite3* db() const { return db_; }
   void exec(const char* sql) {
@@ -129,6 +133,11 @@ class Peer {
   }
 
  private:
+  void removeFile() {
+    if (file_ == ":memory:") return;
+    for (const char* suffix : {"", "-wal", "-shm"}) std::remove((file_ + suffix).c_str());
+  }
+  std::string file_;
   // Every row of the transaction, control and message tables, the rows in
   // use of the others.
   void load() {
@@ -320,10 +329,12 @@ void registerPeerLookups() {
   }
 }
 
-void registerPeerLifecycle() {
+void registerPeerLifecycle() { registerSqlLifecycle("peer", ":memory:", nullptr); }
+
+void registerSqlLifecycle(const std::string& prefix, const std::string& file, const char* setup) {
   for (Tables t : {Tables::kEmpty, Tables::kFullRoom}) {
-    reg(std::string("peer/DsaLifecycle/") + tablesName(t), [t](benchmark::State& s) {
-      Peer peer(t);
+    reg(prefix + "/DsaLifecycle/" + tablesName(t), [t, file, setup](benchmark::State& s) {
+      Peer peer(t, file, setup);
       LifecycleSql q(peer);
       std::vector<uint8_t> request(lifecycleRequest(), lifecycleRequest() + kLifecycleRequestLength);
       PeerRows rows = peerLifecycle(peer.db(), q, request);

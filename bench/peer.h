@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 namespace qosbench {
 
@@ -17,5 +18,9 @@ void registerPeerLookups();
 
 // Registers peer/DsaLifecycle/{empty,full}.
 void registerPeerLifecycle();
+
+// Registers <prefix>/DsaLifecycle/{empty,full} on the database `file`, set
+// up by the statements `setup` (nullptr: none) before the schema.
+void registerSqlLifecycle(const std::string& prefix, const std::string& file, const char* setup);
 
 }  // namespace qosbench

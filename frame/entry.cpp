@@ -10,9 +10,14 @@
 // These entry points are the one place in frame/ that calls up into the
 // subsystems (their init and reset operations); the rest of frame/ only
 // maps the region, logs and locks.
+// Both also attach to the lock's companion (frame/holder.h), creating it
+// when it does not exist yet.
 #include <sys/ipc.h>
 #include <sys/sem.h>
 
+#include <unistd.h>
+
+#include <cstdint>
 #include <cstring>
 
 #include "frame/log.h"
@@ -28,6 +33,23 @@ constexpr int kSemFlags = IPC_CREAT | 0777;
 void fillLockOps() {
   local.lockOp = {0, -1, 0};
   local.unlockOp = {0, +1, 0};
+  local.severalProcessors = sysconf(_SC_NPROCESSORS_ONLN) > 1;
+}
+
+// The base the platform gave, if the library can use it: not NULL and
+// aligned for the region's widest words. Then the lock's companion; a
+// foreign or stale companion, or one of the other lock mode, refuses the
+// store. On refusal this process keeps no base.
+bool usable(void* base) {
+  local.regionBase = nullptr;
+  if (base == nullptr) return false;
+  if (reinterpret_cast<uintptr_t>(base) % alignof(uint64_t) != 0) {
+    QOS_LOG(QOS_LOG_SEMAPHORE, "QOS internal DB segment at %p is not 8-byte aligned; refused", base);
+    return false;
+  }
+  if (qos::attachCompanion() != 0) return false;
+  local.regionBase = static_cast<qos::QosIntDbRegion*>(base);
+  return true;
 }
 
 }  // namespace
@@ -36,12 +58,13 @@ extern "C" {
 
 int32_t qos_IntDb_Init(void) {
   shm_init(1, 0, 0);
-  local.regionBase = static_cast<qos::QosIntDbRegion*>(
-      shm_create(kShmPool, QOS_REGION_SEGMENT_ID, QOS_REGION_SIZE));
-  if (local.regionBase == nullptr) {
+  void* base = shm_create(kShmPool, QOS_REGION_SEGMENT_ID, QOS_REGION_SIZE);
+  if (base == nullptr) {
+    local.regionBase = nullptr;
     QOS_LOG(QOS_LOG_ERROR, "******* QOS internal DB create failure *********");
     return -1;
   }
+  if (!usable(base)) return -1;
   std::memset(local.regionBase, 0, QOS_REGION_SIZE);
 
   qos_intDb_SfDb_init(local.regionBase);
@@ -62,6 +85,7 @@ int32_t qos_IntDb_Init(void) {
     return -1;
   }
   fillLockOps();
+  qos::clearHolderRecord();  // the lock is free: nobody holds it
 
   // Takes the lock once per transaction row, hence only now.
   qos_intDb_TaDb_reset();
@@ -70,8 +94,7 @@ int32_t qos_IntDb_Init(void) {
 
 int32_t qos_IntDb_RetrieveAccess(void) {
   shm_init(1, 0, 0);
-  local.regionBase = static_cast<qos::QosIntDbRegion*>(shm_get(kShmPool, QOS_REGION_SEGMENT_ID));
-  if (local.regionBase == nullptr) return -1;
+  if (!usable(shm_get(kShmPool, QOS_REGION_SEGMENT_ID))) return -1;
 
   qos_intDb_SfDb_init(local.regionBase);
   qos_intDb_MsgDb_init(local.regionBase);

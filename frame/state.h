@@ -2,13 +2,15 @@
 //
 // Each process that links the library has its own copy of this state: the
 // address at which it mapped the region, one view per table, the flags that
-// say which table families are ready, and the semaphore it locks with.
+// say which table families are ready, the semaphore it locks with and its slot in
+// the lock's companion.
 // The flags are set once by the init functions and never cleared; nothing
 // detaches. No field of this struct is shared between processes.
 #pragma once
 
 #include <sys/sem.h>
 
+#include "frame/holder.h"
 #include "frame/region.h"
 #include "frame/table.h"
 
@@ -39,6 +41,16 @@ struct ProcessState {
   int semId = -1;
   struct sembuf lockOp = {};
   struct sembuf unlockOp = {};
+  bool severalProcessors = false;  // set at init/attach; the lock's waits depend on it
+
+  // The companion (frame/holder.h): the record of who holds the lock.
+  Companion* companion = nullptr;  // nullptr: no record is kept
+  int companionId = -1;            // its segment, and the slot semaphores
+  int slotSemId = -1;
+  ProcessSlot* slot = nullptr;     // this process's slot; nullptr: none
+  int slotPid = 0;                 // the process that claimed `slot`
+  bool slotClaimed = false;        // whether this process tried to claim one
+  HolderWord holder = kNoHolder;   // what this process writes as holder
 };
 
 // This process's state.

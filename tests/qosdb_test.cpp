@@ -134,33 +134,6 @@ TEST_F(QosdbShow, CheckPassesOnAStoreTheOperationsBuiltAndSaysHowOneWasDamaged) 
                     "integrity: every invariant holds\n"}));
 }
 
-TEST_F(QosdbShow, ALockLeftByAKilledProcessIsReportedAndFreedOnlyByForce) {
-  int ready[2];
-  ASSERT_EQ(pipe(ready), 0);
-  pid_t holder = fork();
-  if (holder == 0) {
-    qos_taDb_Lock();
-    (void)!write(ready[1], "x", 1);
-    pause();
-    _exit(0);
-  }
-  char c;
-  ASSERT_EQ(read(ready[0], &c, 1), 1);
-  const std::string pid = "process " + std::to_string(holder);
-  EXPECT_EQ(qosdb({"unlock", "--force"}),
-            (Out{1, "qosdb: the lock is held by " + pid + ", which still runs; refusing to free it\n"}));
-  kill(holder, SIGKILL);
-  waitpid(holder, nullptr, 0);
-  EXPECT_EQ(qosdbOut({"lock-status"}), "semaphore 4656: value 0, taken\nlast operation by " + pid + ", no longer running\n"
-                                       "the lock is held by a dead process: qosdb unlock --force frees it\n"
-                                       "processes waiting for it: 0\n");
-  EXPECT_EQ(qosdb({"show"}),
-            (Out{1, "qosdb: the lock is held by " + pid + ", which no longer runs; qosdb unlock --force frees it\n"}));
-  EXPECT_EQ(qosdb({"show", "--no-lock", "flows"}).first, 0);
-  EXPECT_EQ(qosdb({"unlock", "--force"}), (Out{0, "lock freed (it was held by " + pid + ", which no longer runs)\n"}));
-  EXPECT_EQ(semaphoreValue(), 1);
-}
-
 TEST_F(QosdbShow, EventsPrintsTheEventsOfADscOnAHeldFlow) {
   std::string command;  // a listener that runs alongside the test
   for (const auto& w : qostest::commandWords(QOSDB_BIN, {"events", "--count", "2", "--timeout", "60"})) {

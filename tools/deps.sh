@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(cmake make g++ libgtest-dev libgmock-dev libbenchmark-dev
-          libcli11-dev nlohmann-json3-dev libsqlite3-dev util-linux procps
+          libcli11-dev nlohmann-json3-dev libsqlite3-dev liblmdb-dev util-linux procps
           pkg-config libsnmp-dev snmpd snmp smitools tshark)  # the real clients' tests run snmpd, smilint, tshark
 if [[ "${1:-}" == "ci" ]]; then
   packages+=(g++-mips-linux-gnu qemu-user g++-arm-linux-gnueabihf

@@ -30,7 +30,21 @@ class LogLines {
   std::vector<std::string> texts_;
 };
 
-std::string pidText(pid_t pid) { return pid > 0 ? "process " + std::to_string(pid) : "an unknown process"; }
+// Throws a Failure when `what` would harm a running stack: the lock is held
+// by a living or unknown holder (never overridden), or other processes are
+// attached to the region (overridden by `despiteAttached`).
+void refuseUnderRunningStack(const std::string& what, bool despiteAttached) {
+  LockInfo info = lockInfo();
+  if (info.taken && (info.holder == Holder::Alive || info.holder == Holder::Unknown)) {
+    throw Failure("the lock is held by " + info.holderText() +
+                  (info.holder == Holder::Alive ? ", which still runs" : "") + "; refusing to " + what);
+  }
+  int attached = attachedProcesses();
+  if (attached > 0 && !despiteAttached) {
+    throw Failure(std::to_string(attached) + " process" + (attached == 1 ? " is" : "es are") +
+                  " attached to segment 14; refusing to " + what + " (--despite-attached overrides)");
+  }
+}
 
 }  // namespace
 
@@ -45,10 +59,11 @@ int showCommand(const std::vector<std::string>& tables, bool json, bool useLock)
   return 0;
 }
 
-int initCommand(bool force) {
+int initCommand(bool force, bool despiteAttached) {
   if (storeExists() && !force) {
     throw Failure("a store exists already; qosdb reset empties it, qosdb init --force creates it anew");
   }
+  refuseUnderRunningStack("create the store anew under it", despiteAttached);
   if (qos_IntDb_Init() != 0) throw Failure("cannot create the store");
   std::cout << "store created: region of " << QOS_REGION_SIZE << " bytes (segment " << QOS_REGION_SEGMENT_ID
             << "), every table reset, semaphore " << QOS_SEM_KEY << " free\n";
@@ -58,13 +73,22 @@ int initCommand(bool force) {
 int resetCommand() {
   attach();
   ensureLockHolderAlive();
-  if (qos_IntDb_Reset() != 0) throw Failure("cannot reset the store");
+  {
+    // What qos_IntDb_Reset does, under the lock like any client; the
+    // transaction table's reset takes the lock row by row itself.
+    Locked lock;
+    qos_intDb_SfDb_Reset();
+    qos_intDb_MsgDb_reset();
+  }
+  qos_intDb_TaDb_reset();
   std::cout << "store reset: flows, classifiers, SID clusters, active tables, messages and transactions are empty; "
                "the bonding change store is kept\n";
   return 0;
 }
 
-int destroyCommand() {
+int destroyCommand(bool despiteAttached) {
+  if (storeExists()) refuseUnderRunningStack("remove the store", despiteAttached);
+  removeCompanion();
   int semId = semget(QOS_SEM_KEY, 1, 0);
   bool semaphore = semId != -1 && semctl(semId, 0, IPC_RMID) == 0;
   bool segment = qos_host_shm_remove(QOS_REGION_SEGMENT_ID) == 0;
@@ -115,6 +139,9 @@ int checkCommand(bool useLock) {
 int lockStatusCommand() {
   LockInfo info = lockInfo();
   if (!info.exists) throw Failure("no store here: the semaphore (key 4656) does not exist");
+#ifdef QOSDB_ROBUST_LOCK
+  std::cout << "robust mutex: " << (info.taken ? "taken" : "free") << "\n";
+#else
   std::cout << "semaphore " << QOS_SEM_KEY << ": value " << info.value;
   if (info.value == 1) {
     std::cout << ", free\n";
@@ -123,29 +150,34 @@ int lockStatusCommand() {
   } else {
     std::cout << ", broken: more than one process can take it\n";
   }
-  std::cout << "last operation by " << pidText(info.lastPid) << (info.lastAlive ? ", running" : ", no longer running")
-            << "\n";
-  if (info.heldByDead()) {
-    std::cout << "the lock is held by a dead process: qosdb unlock --force frees it\n";
-  } else if (info.value == 0) {
-    std::cout << "the lock is held by " << pidText(info.lastPid) << "\n";
-  }
-  std::cout << "processes waiting for it: " << info.waiting << "\n";
+#endif
+  std::cout << "holder: " << (info.taken ? info.holderText() : "none");
+  if (info.taken && info.holder == Holder::Alive) std::cout << ", running";
+  if (info.taken && info.holder == Holder::Dead) std::cout << ", no longer running";
+  std::cout << "\n";
+  if (info.heldByDead()) std::cout << "the lock is held by a dead process: qosdb unlock --force frees it\n";
+  std::cout << "processes waiting for it: " << info.waiting;
+  for (std::size_t i = 0; i < info.acquiring.size(); ++i) std::cout << (i == 0 ? "; taking it: " : ", ") << info.acquiring[i];
+  std::cout << "\n";
   return 0;
 }
 
-int unlockCommand(bool force) {
+int unlockCommand(bool force, bool holderGone) {
   if (!force) throw Failure("unlock frees a lock whose holder died; say unlock --force", 2);
   LockInfo info = lockInfo();
   if (!info.exists) throw Failure("no store here: the semaphore (key 4656) does not exist");
-  if (info.value != 0) throw Failure("the lock is not taken (value " + std::to_string(info.value) + "); nothing to free");
-  if (info.lastAlive) {
-    throw Failure("the lock is held by " + pidText(info.lastPid) + ", which still runs; refusing to free it");
+  if (!info.taken) throw Failure("the lock is not taken (value " + std::to_string(info.value) + "); nothing to free");
+  if (info.value > 1) throw Failure("the semaphore reads " + std::to_string(info.value) + "; qosdb init --force repairs it");
+  if (!info.heldByDead() && !holderGone) {
+    throw Failure("the lock is held by " + info.holderText() +
+                  (info.holder == Holder::Alive ? ", which still runs" : "") +
+                  "; refusing to free it (--i-know-the-holder-is-gone frees it all the same)");
   }
-  int semId = semget(QOS_SEM_KEY, 1, 0);
-  sembuf release{0, +1, IPC_NOWAIT};
-  if (semId == -1 || semop(semId, &release, 1) != 0) throw Failure("cannot free the lock");
-  std::cout << "lock freed (it was held by " << pidText(info.lastPid) << ", which no longer runs)\n";
+  attach();
+  Freed freed = freeLock(info);
+  if (!freed.done) throw Failure("the lock changed hands meanwhile; nothing freed");
+  std::cout << "lock freed (it was held by " << (info.pid > 0 ? "process " + std::to_string(info.pid) : "an unknown process")
+            << (info.heldByDead() ? ", which no longer runs)" : ")") << "; integrity: " << freed.check << "\n";
   return 0;
 }
 

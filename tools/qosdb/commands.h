@@ -9,12 +9,13 @@
 namespace qosdb {
 
 int showCommand(const std::vector<std::string>& tables, bool json, bool useLock);
-int initCommand(bool force);
+int initCommand(bool force, bool despiteAttached);
 int resetCommand();
-int destroyCommand();
+int destroyCommand(bool despiteAttached);
 int checkCommand(bool useLock);
 int lockStatusCommand();
-int unlockCommand(bool force);
+int unlockCommand(bool force, bool holderGone);
+int watchCommand(double pollSeconds);
 int eventsCommand(int count, double timeoutSeconds);
 int walkCommand(const std::vector<uint32_t>& usIfIndex, bool multipleUpstreams);
 int runCommand(const std::vector<std::string>& files, bool brief);

@@ -24,27 +24,36 @@ int main(int argc, char** argv) {
   show->callback([&] { command = [&] { return qosdb::showCommand(tables, json, !noLock); }; });
 
   bool force = false;
+  bool despite = false;
   auto* init = app.add_subcommand("init", "create the store and reset every table, as the stack's first process does");
-  init->add_flag("--force", force, "create it anew even when a store exists");
-  init->callback([&] { command = [&] { return qosdb::initCommand(force); }; });
+  init->add_flag("--force", force, "create it anew even when a store exists (never under a living lock holder)");
+  init->add_flag("--despite-attached", despite, "and even when processes are attached to it");
+  init->callback([&] { command = [&] { return qosdb::initCommand(force, despite); }; });
 
   app.add_subcommand("reset", "empty the tables of the running store (qos_IntDb_Reset)")->callback([&] {
     command = [] { return qosdb::resetCommand(); };
   });
-  app.add_subcommand("destroy", "remove the store's segment and semaphore")->callback([&] {
-    command = [] { return qosdb::destroyCommand(); };
-  });
+  auto* destroy = app.add_subcommand("destroy", "remove the store's segment and semaphore");
+  destroy->add_flag("--despite-attached", despite, "even when processes are attached (never under a living lock holder)");
+  destroy->callback([&] { command = [&] { return qosdb::destroyCommand(despite); }; });
 
   auto* check = app.add_subcommand("check", "registration check and the store's invariants; exit 0 when all hold");
   check->add_flag("--no-lock", noLock, "read without taking the lock");
   check->callback([&] { command = [&] { return qosdb::checkCommand(!noLock); }; });
 
-  app.add_subcommand("lock-status", "the semaphore's value, its last user and whether that process still runs")
+  app.add_subcommand("lock-status", "the lock: its holder, since when, whether it still runs, who waits")
       ->callback([&] { command = [] { return qosdb::lockStatusCommand(); }; });
 
   auto* unlock = app.add_subcommand("unlock", "free a lock whose holder died");
-  unlock->add_flag("--force", force, "required: free the lock");
-  unlock->callback([&] { command = [&] { return qosdb::unlockCommand(force); }; });
+  bool holderGone = false;
+  unlock->add_flag("--force", force, "required: free the lock of a holder that is provably dead");
+  unlock->add_flag("--i-know-the-holder-is-gone", holderGone, "free it even when its holder runs or is unknown");
+  unlock->callback([&] { command = [&] { return qosdb::unlockCommand(force, holderGone); }; });
+
+  double poll = 0.1;
+  auto* watch = app.add_subcommand("watch", "supervise the lock until SIGINT/SIGTERM: free a dead holder's lock, check");
+  watch->add_option("--poll", poll, "seconds between two looks (at most 0.2)")->check(CLI::Range(0.001, 0.2));
+  watch->callback([&] { command = [&] { return qosdb::watchCommand(poll); }; });
 
   int count = 0;
   double timeout = 0;
