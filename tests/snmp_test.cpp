@@ -278,6 +278,12 @@ TEST_P(Snmp, DeadLockHolderGetsGenErrWhileSnmpdAnswersTheRest) {
   int status = 0;
   waitpid(holder, &status, 0);
   ASSERT_EQ(status, 0);
+#ifdef QOSDB_ROBUST_LOCK
+  // The robust mutex hands a dead owner's lock to the next taker: the subagent recovers it and answers.
+  EXPECT_EQ(snmp("snmpget", kClusters + ".1.3.2.4097.1.1"), kClusters + ".1.3.2.4097.1.1 = Gauge32: 17\n");
+  EXPECT_NE(log("sub.log").find("qosdb-snmp: the lock's owner died holding it; the lock is recovered"), std::string::npos);
+  return;
+#endif
   // One request over the three tables, answered within snmpd's 1 s and the manager's 2 s.
   std::string got = snmp("snmpget", kClusters + ".1.3.2.4097.1.1 " + kFlows + ".1.6.2.4097 " + kService + ".1.1.1.3.4.17");
   EXPECT_NE(got.find("Reason: (genError)"), std::string::npos) << got;

@@ -25,6 +25,11 @@
 #include <net-snmp/agent/net-snmp-agent-includes.h>
 
 #include "qosintdb.h"
+#ifdef QOSDB_ROBUST_LOCK
+#include <pthread.h>
+
+#include "frame/holder.h"
+#endif
 #include "qosplatform_host.h"
 #include "tables.h"
 
@@ -39,16 +44,65 @@ void stop(int) { stopping = 1; }
 
 int lockWaitMs = 500;  // below snmpd's own AgentX timeout (1 s)
 
-// Takes the stack's semaphore as qos_taDb_Lock does, but waits at most
-// lockWaitMs; qos_taDb_Unlock gives it back. After a wait that ran out, the
-// next tries within the same bound do not wait, so that a request that
-// spans several tables still gets its answer in time.
-bool lockWithinBound() {
-  static struct timespec lastTimeout = {0, 0};
+// Takes the stack's lock as qos_taDb_Lock does, but waits at most
+// lockWaitMs; giveBack() returns it. After a wait that ran out, the next
+// tries within the same bound do not wait, so that a request that spans
+// several tables still gets its answer in time.
+struct timespec lastTimeout = {0, 0};
+
+int boundedWaitMs() {
   struct timespec now {};
   clock_gettime(CLOCK_MONOTONIC, &now);
   long sinceMs = (now.tv_sec - lastTimeout.tv_sec) * 1000 + (now.tv_nsec - lastTimeout.tv_nsec) / 1000000;
-  int waitMs = lastTimeout.tv_sec != 0 && sinceMs < lockWaitMs ? 0 : lockWaitMs;
+  return lastTimeout.tv_sec != 0 && sinceMs < lockWaitMs ? 0 : lockWaitMs;
+}
+void noteTimeout() {
+  clock_gettime(CLOCK_MONOTONIC, &lastTimeout);
+}
+
+#ifdef QOSDB_ROBUST_LOCK
+// A library built with the robust lock keeps it in the lock's companion
+// segment: the subagent maps the companion for the length of one request
+// and waits on the mutex with a deadline; a dead owner's mutex is made
+// consistent, as the library does.
+qos::Companion* companion = nullptr;
+
+bool lockWithinBound() {
+  int id = shmget(qos::kCompanionKey, 0, 0);
+  void* at = id == -1 ? reinterpret_cast<void*>(-1) : shmat(id, nullptr, 0);
+  if (at == reinterpret_cast<void*>(-1)) return false;
+  companion = static_cast<qos::Companion*>(at);
+  int waitMs = boundedWaitMs();
+  struct timespec deadline {};
+  clock_gettime(CLOCK_REALTIME, &deadline);
+  deadline.tv_sec += waitMs / 1000;
+  deadline.tv_nsec += (waitMs % 1000) * 1000000L;
+  if (deadline.tv_nsec >= 1000000000L) {
+    deadline.tv_sec += 1;
+    deadline.tv_nsec -= 1000000000L;
+  }
+  auto* m = reinterpret_cast<pthread_mutex_t*>(companion->mutex);
+  int rc = pthread_mutex_timedlock(m, &deadline);
+  if (rc == EOWNERDEAD) {
+    std::fprintf(stderr, "qosdb-snmp: the lock's owner died holding it; the lock is recovered\n");
+    rc = pthread_mutex_consistent(m);
+  }
+  if (rc == 0) return true;
+  if (rc == ETIMEDOUT && waitMs != 0) noteTimeout();
+  shmdt(companion);
+  companion = nullptr;
+  return false;
+}
+
+void giveBack() {
+  if (companion == nullptr) return;
+  pthread_mutex_unlock(reinterpret_cast<pthread_mutex_t*>(companion->mutex));
+  shmdt(companion);
+  companion = nullptr;
+}
+#else
+bool lockWithinBound() {
+  int waitMs = boundedWaitMs();
   int id = semget(QOS_SEM_KEY, 1, 0);
   if (id == -1) return false;
   struct sembuf op = {0, -1, 0};
@@ -57,9 +111,13 @@ bool lockWithinBound() {
   do {
     rc = semtimedop(id, &op, 1, &bound);
   } while (rc == -1 && errno == EINTR);
-  if (rc != 0 && errno == EAGAIN && waitMs != 0) clock_gettime(CLOCK_MONOTONIC, &lastTimeout);
+  if (rc != 0 && errno == EAGAIN && waitMs != 0) noteTimeout();
   return rc == 0;
 }
+
+// A lock taken without a holder record is given back through the library.
+void giveBack() { qos_taDb_Unlock(); }
+#endif
 
 bool storePresent() {
   int shmid = shmget(QOS_REGION_SEGMENT_ID, 0, 0);
@@ -140,7 +198,7 @@ int handle(netsnmp_mib_handler* handler, netsnmp_handler_registration*, netsnmp_
       }
     }
   }
-  qos_taDb_Unlock();
+  giveBack();
   return SNMP_ERR_NOERROR;
 }
 
