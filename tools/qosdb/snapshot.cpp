@@ -105,6 +105,13 @@ nlohmann::ordered_json valueJson(const qosschema::Field& f, const uint8_t* row, 
   return name != nullptr ? nlohmann::ordered_json(name) : nlohmann::ordered_json(v);
 }
 
+// As the text view writes it: names of enumerations, identifiers in hex.
+std::string valueText(const qosschema::Field& f, const uint8_t* row, std::size_t n) {
+  const nlohmann::ordered_json v = valueJson(f, row, n);
+  if (f.show == qosschema::Show::Hex && v.is_number()) return hex(static_cast<uint32_t>(qosschema::value(f, row)));
+  return v.is_string() && !f.bytes ? v.get<std::string>() : v.dump();
+}
+
 }  // namespace
 
 uint32_t crc32(const uint8_t* bytes, std::size_t n) {
@@ -246,7 +253,7 @@ int diffCommand(const std::string& a, const std::string& b, bool json) {
         const std::string where = std::string(t.name) + (t.rows > 1 ? "[" + std::to_string(i) + "]" : "") + "." + c.name;
         nlohmann::ordered_json d = {{"table", t.name}, {"row", i}, {"field", c.name},
                                     {"a", valueJson(f, l, c.inUse(l))}, {"b", valueJson(f, r, c.inUse(r))}};
-        text << where << ": " << d["a"].dump() << " -> " << d["b"].dump() << "\n";
+        text << where << ": " << valueText(f, l, c.inUse(l)) << " -> " << valueText(f, r, c.inUse(r)) << "\n";
         out.push_back(std::move(d));
       }
     }
