@@ -194,7 +194,10 @@ Snapshot readSnapshot(const std::string& path) {
 
 void openPrivateStore(const std::string& path) {
   Snapshot s = readSnapshot(path);
-  if (unshare(CLONE_NEWIPC) != 0) throw Failure(systemError("cannot open a private store for " + path));
+  // Without the right to a new IPC namespace, a new user namespace may still bring one.
+  if (unshare(CLONE_NEWIPC) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWIPC) != 0) {
+    throw Failure(systemError("cannot open a private store for " + path));
+  }
   if (qos_IntDb_Init() != 0) throw Failure("cannot create a private store for " + path);
   qos::QosIntDbRegion* region = attach();
   Locked lock;
