@@ -64,12 +64,13 @@ TEST_F(Snapshot, RoundTripsAndRefusesDamagedFilesLeavingTheStoreAsItWas) {
   EXPECT_EQ(qosdb({"dump", at("b")}).second,
             "dumped the region (85032 bytes, CRC-32 " + crcText(bytes, kHeader) + ", under the lock) to " + at("b") + "\n");
   EXPECT_EQ(bytes.substr(0, 8), std::string("QOSSNAP\0", 8));
-  EXPECT_EQ(bytes.substr(13, 2), std::string({static_cast<char>(sizeof(void*)), 0}));  // word size, under the lock
+  const uint16_t one = 1;  // byte order, word size, taken under the lock:
+  EXPECT_EQ(bytes.substr(12, 3), std::string({*reinterpret_cast<const char*>(&one) == 1 ? 'L' : 'B', sizeof(void*), 0}));
   EXPECT_EQ(qosdb({"dump", "--no-lock", at("n")}).first, 0);
   EXPECT_EQ(slurp(at("n"))[14], 1);
   ASSERT_EQ(qosdb({"reset"}).first, 0);
   const std::string reset = region();
-  const Out diff = qosdb({"diff", a, "live"});
+  const Out diff = qosdb({"diff", a, "live"});  // its first lines
   const std::string first = "sf[0].state: operational -> empty\nsf[0].sfId: 0x1001 -> 0x0\nsf[0].direction: up -> 0\n";
   EXPECT_EQ(Out(diff.first, diff.second.substr(0, first.size())), Out(1, first));
 
@@ -92,9 +93,8 @@ TEST_F(Snapshot, RoundTripsAndRefusesDamagedFilesLeavingTheStoreAsItWas) {
     EXPECT_EQ(region(), reset) << refused.second;
   }
 
-  Out loaded = qosdb({"load", a});
-  EXPECT_EQ(loaded.first, 0) << loaded.second;
-  EXPECT_EQ(loaded.second.substr(loaded.second.size() - 33), "integrity: every invariant holds\n");
+  const Out loaded = qosdb({"load", a});
+  EXPECT_EQ(Out(loaded.first, loaded.second.substr(loaded.second.size() - 33)), Out(0, "integrity: every invariant holds\n"));
   EXPECT_EQ(region(), bytes.substr(kHeader));
   EXPECT_EQ(qosdb({"diff", a, "live"}), (Out{0, "no differences\n"}));
 
