@@ -10,6 +10,7 @@
 #include "qosintdb.h"
 #include "qosplatform_host.h"
 #include "show.h"
+#include "snapshot.h"
 #include "store.h"
 #include "tools/inspect/integrity.h"
 
@@ -48,9 +49,9 @@ void refuseUnderRunningStack(const std::string& what, bool despiteAttached) {
 
 }  // namespace
 
-int showCommand(const std::vector<std::string>& tables, bool json, bool useLock) {
+int showCommand(const std::vector<std::string>& tables, bool json, bool useLock, const std::string& from) {
   std::vector<std::string> wanted = resolveTables(tables);
-  std::unique_ptr<qos::QosIntDbRegion> copy = snapshot(*attach(), useLock);
+  std::unique_ptr<qos::QosIntDbRegion> copy = from.empty() ? snapshot(*attach(), useLock) : readSnapshot(from).region;
   if (json) {
     std::cout << showJson(*copy, wanted).dump(2) << "\n";
   } else {
@@ -98,7 +99,8 @@ int destroyCommand(bool despiteAttached) {
   return 0;
 }
 
-int checkCommand(bool useLock) {
+int checkCommand(bool useLock, const std::string& from) {
+  if (!from.empty()) openPrivateStore(from);
   qos::QosIntDbRegion* live = attach();
   auto copy = std::make_unique<qos::QosIntDbRegion>();
   int32_t registration;

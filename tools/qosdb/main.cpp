@@ -21,7 +21,10 @@ int main(int argc, char** argv) {
   show->add_option("tables", tables, "tables to print; all when none is named");
   show->add_flag("--json", json, "one JSON document, keyed by the fields' names");
   show->add_flag("--no-lock", noLock, "read without taking the lock (when its holder hangs)");
-  show->callback([&] { command = [&] { return qosdb::showCommand(tables, json, !noLock); }; });
+  std::string from;
+  const char* fromHelp = "read a snapshot file (qosdb dump) instead of the live store; - reads standard input";
+  show->add_option("--from", from, fromHelp);
+  show->callback([&] { command = [&] { return qosdb::showCommand(tables, json, !noLock, from); }; });
 
   bool force = false;
   bool despite = false;
@@ -39,7 +42,8 @@ int main(int argc, char** argv) {
 
   auto* check = app.add_subcommand("check", "registration check and the store's invariants; exit 0 when all hold");
   check->add_flag("--no-lock", noLock, "read without taking the lock");
-  check->callback([&] { command = [&] { return qosdb::checkCommand(!noLock); }; });
+  check->add_option("--from", from, fromHelp);
+  check->callback([&] { command = [&] { return qosdb::checkCommand(!noLock, from); }; });
 
   app.add_subcommand("lock-status", "the lock: its holder, since when, whether it still runs, who waits")
       ->callback([&] { command = [] { return qosdb::lockStatusCommand(); }; });
@@ -68,7 +72,8 @@ int main(int argc, char** argv) {
   auto* walk = app.add_subcommand("walk", "walk the CM service and SID cluster tables as the SNMP agent does");
   walk->add_option("--if-index", ifIndex, "interface index of upstream ports 1..4")->delimiter(',')->expected(4);
   walk->add_flag("--multiple-upstreams", multiple, "answer as a modem on multiple upstreams with a TCC");
-  walk->callback([&] { command = [&] { return qosdb::walkCommand(ifIndex, multiple); }; });
+  walk->add_option("--from", from, fromHelp);
+  walk->callback([&] { command = [&] { return qosdb::walkCommand(ifIndex, multiple, from); }; });
 
   std::vector<std::string> files;
   bool brief = false;
@@ -99,6 +104,23 @@ int main(int argc, char** argv) {
   capture->add_option("--interval", interval, "seconds between two looks at the store with --follow")
       ->check(CLI::Range(0.01, 60.0));
   capture->callback([&] { command = [&] { return qosdb::captureCommand(captureFile, follow, interval); }; });
+
+  std::string dumpFile;
+  auto* dump = app.add_subcommand("dump", "copy the region into a snapshot file that any host reads (show/check/walk --from)");
+  dump->add_option("file", dumpFile, "the file to write (- writes standard output)")->required();
+  dump->add_flag("--no-lock", noLock, "copy without taking the lock (when its holder hangs); marked in the file");
+  dump->callback([&] { command = [&] { return qosdb::dumpCommand(dumpFile, !noLock); }; });
+
+  auto* load = app.add_subcommand("load", "write a snapshot file into the live store under the lock, then check it");
+  load->add_option("file", dumpFile, "the snapshot (- reads standard input)")->required();
+  load->add_flag("--force", force, "load even while other processes are attached to the store");
+  load->callback([&] { command = [&] { return qosdb::loadCommand(dumpFile, force); }; });
+
+  std::vector<std::string> sides;
+  auto* diff = app.add_subcommand("diff", "the fields that differ between two regions; exit 1 when any does");
+  diff->add_option("sides", sides, "two sources: a snapshot file or live")->required()->expected(2);
+  diff->add_flag("--json", json, "the differences as one JSON document");
+  diff->callback([&] { command = [&] { return qosdb::diffCommand(sides[0], sides[1], json); }; });
 
   try {
     app.parse(argc, argv);

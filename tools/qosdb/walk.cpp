@@ -9,6 +9,7 @@
 #include "names.h"
 #include "qosintdb.h"
 #include "qosplatform_host.h"
+#include "snapshot.h"
 #include "store.h"
 #include "text_table.h"
 
@@ -75,8 +76,9 @@ void sidClusterTable() {
 
 }  // namespace
 
-int walkCommand(const std::vector<uint32_t>& usIfIndex, bool multipleUpstreams) {
+int walkCommand(const std::vector<uint32_t>& usIfIndex, bool multipleUpstreams, const std::string& from) {
   if (usIfIndex.size() != 4) throw Failure("--if-index takes the interface index of the four upstream ports", 2);
+  if (!from.empty()) openPrivateStore(from);
   attach();
   ensureLockHolderAlive();
   if (multipleUpstreams) qos_host_docsis_set_upstream_mode(1, 1);

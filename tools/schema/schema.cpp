@@ -244,6 +244,29 @@ bool used(const Table& t, const uint8_t* row) {
 
 namespace {
 
+void swapRecord(const Record& r, uint8_t* at) {
+  for (const Field& f : r.fields) {
+    for (std::size_t i = 0; i < f.count; ++i) {
+      uint8_t* element = at + f.offset + i * f.width;
+      if (f.record != nullptr) {
+        swapRecord(*f.record, element);
+      } else if (f.type != Type::Record) {
+        std::reverse(element, element + f.width);
+      }
+    }
+  }
+}
+
+}  // namespace
+
+void swapByteOrder(uint8_t* region) {
+  for (const Table& t : tables()) {
+    for (std::size_t i = 0; i < t.rows; ++i) swapRecord(*t.row, region + t.offset + i * t.row->size);
+  }
+}
+
+namespace {
+
 void addColumns(std::vector<Column>& out, const Record& r, std::size_t base, const std::string& prefix,
                 const char* separator, bool flattenArrays) {
   for (const Field& f : r.fields) {

@@ -86,6 +86,11 @@ inline const uint8_t* rowAt(const qos::QosIntDbRegion& region, const Table& t, s
   return reinterpret_cast<const uint8_t*>(&region) + t.offset + i * t.row->size;
 }
 
+// Reverses the byte order of every multi-byte number of a region image in
+// place, field by field as the descriptions give them (byte strings stay).
+// Applied twice it gives the image back.
+void swapByteOrder(uint8_t* region);
+
 // A field as a column of a flat table: fields of nested records get the
 // record's name as prefix ("req.length"); with flattenArrays, arrays of
 // numbers and of records become a column per element ("channels0_ucid").
