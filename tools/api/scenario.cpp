@@ -166,11 +166,36 @@ std::vector<std::string> inputsOf(const OperationInfo& op) {
   return out;
 }
 
+namespace {
+
+// Reads one line of at most kMaxLineLength characters into `raw`; false at
+// the end of the input. A longer line (a binary file, /dev/zero) is not read
+// on: `tooLong` says so, and nothing more than the limit was kept in memory.
+bool readLine(std::istream& in, std::string& raw, bool& tooLong) {
+  raw.clear();
+  tooLong = false;
+  bool any = false;
+  for (char c; in.get(c);) {
+    any = true;
+    if (c == '\n') return true;
+    if (raw.size() == kMaxLineLength) {
+      tooLong = true;
+      return true;
+    }
+    raw.push_back(c);
+  }
+  return any;
+}
+
+}  // namespace
+
 std::vector<ScenarioLine> readScenario(std::istream& in, const std::string& file) {
   std::vector<ScenarioLine> out;
   std::string raw;
-  for (int line = 1; std::getline(in, raw); ++line) {
+  bool tooLong = false;
+  for (int line = 1; readLine(in, raw, tooLong); ++line) {
     auto fail = [&](int column, const std::string& why) { throw ScenarioError(located(file, line, column, why)); };
+    if (tooLong) fail(static_cast<int>(kMaxLineLength) + 1, "line longer than " + std::to_string(kMaxLineLength) + " characters");
     std::vector<std::pair<std::string, int>> w = words(raw.substr(0, raw.find('#')));
     std::size_t first = raw.find_first_not_of(" \t\r");
     if (first != std::string::npos && raw.compare(first, 2, "##") == 0) {

@@ -17,6 +17,9 @@
 
 namespace qosapi {
 
+// The longest scenario line read (a 1600-byte message as hex is 3200).
+constexpr std::size_t kMaxLineLength = 65536;
+
 // One input argument, as the line gives it and as its kind reads it.
 struct Argument {
   std::string text;

@@ -4,6 +4,8 @@
 #include <CLI/CLI.hpp>
 
 #include "commands.h"
+#include "qosintdb.h"
+#include "snapshot.h"
 #include "show.h"
 #include "store.h"
 
@@ -11,6 +13,12 @@ int main(int argc, char** argv) {
   CLI::App app{"qosdb - show, check and drive the QoS internal database of a running modem stack"};
   app.require_subcommand(1);
   app.failure_message([](const CLI::App*, const CLI::Error& e) { return "qosdb: " + std::string(e.what()) + "\n"; });
+  app.footer("Exit status: 0 success; 1 the store says no (a check failed, the lock is held, a call or a refusal\n"
+             "failed); 2 a usage error (a bad option, argument or scenario line).");
+  app.set_version_flag("--version",
+                       std::string("qosdb ") + QOSINTDB_VERSION_STRING + " (library " + qos_IntDb_Version() +
+                           "; JSON format " + std::to_string(qosdb::kJsonFormat) + ", snapshot format " +
+                           std::to_string(qosdb::kSnapshotFormat) + ")");
 
   std::function<int()> command;
 
@@ -125,7 +133,9 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    return app.exit(e);
+    // --help and --version end with 0; every other parse error is a usage
+    // error (2), whatever CLI11's own number for it.
+    return app.exit(e) == 0 ? 0 : 2;
   }
   try {
     return command();

@@ -13,7 +13,10 @@
 // qos_taDb_Unlock; then the tool takes it no more until the unlock, and a
 // line that would wait for a lock that the scenario holds is refused while
 // parsing.
+#include <sys/stat.h>
+
 #include <fstream>
+#include <sstream>
 #include <iostream>
 #include <memory>
 
@@ -99,7 +102,8 @@ class Runner {
  public:
   explicit Runner(bool brief) : brief_(brief), logs_(!brief) {}
 
-  void play(const Scenario& s) {
+  // Plays one scenario; the number of calls that did not return 0.
+  std::size_t play(const Scenario& s) {
     if (!brief_) std::cout << "== " << s.name << "\n";
     int calls = 0;
     std::vector<std::string> nonZero;
@@ -125,6 +129,7 @@ class Runner {
     }
     std::cout << s.name << ": " << calls << (calls == 1 ? " operation, " : " operations, ")
               << (nonZero.empty() ? "all returned 0" : "non-zero results on lines " + join(nonZero, ", ")) << std::endl;
+    return nonZero.size();
   }
 
   void finish() const {
@@ -166,22 +171,71 @@ class Runner {
 
 }  // namespace
 
+// The scenarios a regular file says it plays after ("#after NAME" lines,
+// NAME a base name), read from its first 4 KiB.
+std::vector<std::string> playsAfter(const std::string& file) {
+  std::vector<std::string> after;
+  struct stat st;
+  if (stat(file.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return after;
+  char head[4096];
+  std::ifstream in(file, std::ios::binary);
+  in.read(head, sizeof head);
+  std::istringstream lines(std::string(head, static_cast<std::size_t>(in.gcount())));
+  for (std::string line; std::getline(lines, line);) {
+    if (line.rfind("#after ", 0) == 0) after.push_back(line.substr(7, line.find_last_not_of(" \t\r") - 6));
+  }
+  return after;
+}
+
+// The files in the order they play: as given, except that a file that says
+// it plays after another of the given files comes after it (so that a
+// shell's alphabetical glob still plays registration.qos first).
+std::vector<std::string> playingOrder(const std::vector<std::string>& files) {
+  std::vector<std::string> order;
+  std::vector<bool> placed(files.size(), false);
+  auto base = [](const std::string& f) { return f.substr(f.find_last_of('/') + 1); };
+  for (bool progress = true; progress && order.size() < files.size();) {
+    progress = false;
+    for (std::size_t i = 0; i < files.size(); ++i) {
+      if (placed[i]) continue;
+      bool ready = true;
+      for (const auto& name : files[i] == "-" ? std::vector<std::string>{} : playsAfter(files[i])) {
+        for (std::size_t j = 0; j < files.size(); ++j) ready = ready && (placed[j] || j == i || base(files[j]) != name);
+      }
+      if (!ready) continue;
+      order.push_back(files[i]);
+      placed[i] = progress = true;
+    }
+  }
+  for (std::size_t i = 0; i < files.size(); ++i) {  // a cycle: the rest as given
+    if (!placed[i]) order.push_back(files[i]);
+  }
+  return order;
+}
+
+// Exit status 0 when every call returned 0, 1 when one did not; a file that
+// cannot be read as a scenario is a usage error (2) and nothing plays.
 int runCommand(const std::vector<std::string>& files, bool brief) {
   std::vector<Scenario> scenarios;
   bool lockHeld = false;
-  for (const auto& file : files) {
+  for (const auto& file : playingOrder(files)) {
     if (file == "-") {
       scenarios.push_back(parse("stdin", std::cin, lockHeld));
       continue;
+    }
+    struct stat st;
+    if (stat(file.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+      throw Failure("scenario " + file + " is a directory (name its .qos files)", 2);
     }
     std::ifstream in(file);
     if (!in) throw Failure("cannot read scenario " + file, 2);
     scenarios.push_back(parse(file, in, lockHeld));
   }
   Runner runner(brief);
-  for (const auto& s : scenarios) runner.play(s);
+  std::size_t failed = 0;
+  for (const auto& s : scenarios) failed += runner.play(s);
   runner.finish();
-  return 0;
+  return failed == 0 ? 0 : 1;
 }
 
 int listOperationsCommand() {

@@ -21,7 +21,6 @@ using qosschema::Show;
 using qosschema::Table;
 using std::to_string;
 
-constexpr int kFormat = 1;            // of the JSON document; raised when its shape changes
 constexpr std::size_t kTextBytes = 16;  // bytes of a byte string the text view shows
 
 // ---- Values -----------------------------------------------------------------------
@@ -262,7 +261,7 @@ void showText(std::ostream& out, const QosIntDbRegion& region, const std::vector
 
 json showJson(const QosIntDbRegion& region, const std::vector<std::string>& tables) {
   json out = json::object();
-  out["format"] = kFormat;
+  out["format"] = kJsonFormat;
   for (const auto& name : tables) {
     for (const char* tableName : view(name).tables) {
       const Table& t = qosschema::table(tableName);

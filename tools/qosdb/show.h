@@ -22,6 +22,9 @@ std::vector<std::string> resolveTables(const std::vector<std::string>& names);
 std::string tableNames();  // for help texts
 
 void showText(std::ostream& out, const qos::QosIntDbRegion& region, const std::vector<std::string>& tables);
+// The version of the JSON document's shape ("format"); raised when it changes.
+constexpr int kJsonFormat = 1;
+
 nlohmann::ordered_json showJson(const qos::QosIntDbRegion& region, const std::vector<std::string>& tables);
 
 }  // namespace qosdb
