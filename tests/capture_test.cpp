@@ -18,14 +18,7 @@
 
 namespace {
 
-std::string sh(const std::string& command) {
-  std::string out;
-  FILE* p = popen(command.c_str(), "r");
-  char buf[4096];
-  for (std::size_t n; p != nullptr && (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
-  if (p != nullptr) pclose(p);
-  return out;
-}
+using qostest::sh;
 // The tool, under the build's emulator in a cross build.
 const std::string kQosdb = std::string(QOS_TEST_EXEC_PREFIX) + " " + QOSDB_BIN;
 std::string qosdb(const std::string& args) { return sh(kQosdb + " " + args + " 2>&1"); }

@@ -100,6 +100,9 @@ std::vector<std::string> commandWords(const std::string& path, const std::vector
 PeerResult runProgram(const std::string& path, const std::vector<std::string>& args,
                       bool withStderr = false);
 
+// What a shell command prints on standard output (`2>&1` in it for standard error).
+std::string sh(const std::string& command);
+
 // Runs the peer program (a second process of the stack) with the given arguments.
 PeerResult runPeer(const std::vector<std::string>& args);
 
