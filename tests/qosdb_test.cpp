@@ -283,30 +283,6 @@ TEST_F(QosdbShow, BadCommandsAndMalformedScenariosChangeNothing) {
   EXPECT_EQ(qostest::changedOffsets(before, qostest::snapshot()), std::vector<std::size_t>{});
 }
 
-TEST(QosdbRun, WalkAnswersAsTheSnmpAgentInEitherUpstreamMode) {
-  ASSERT_EQ(qosdb({"run", scenario("registration.qos")}).first, 0);
-  const std::string head = "CM service table (qos_intDb_GetNextCmServiceTableIndex, qos_intDb_GetCmServiceTableAttr):\n"
-                           "  ifIndex  sid   port  activeIndex  value2  value3\n";
-  const std::string clusters = "SID cluster table (qos_intDb_GetNextSfSidClusterTableIndex, "
-                               "qos_intDb_GetSidClusterTableRow):\n"
-                               "  sfId    clusterId  ucid  sid\n"
-                               "  0x1001  1          1     0x11\n"
-                               "  0x1001  1          2     0x21\n"
-                               "  0x1003  1          1     0x13\n"
-                               "  0x1003  1          2     0x23\n";
-  EXPECT_EQ(qosdbOut({"walk"}), "upstream mode: single upstream (SIDs from the service flows); upstream ports 1..4 are "
-                                "interfaces 4, 80, 81, 82\n" + head +
-                                "  4        0x11  1     0            0       1\n"
-                                "  4        0x13  1     1            0       1\n" + clusters);
-  EXPECT_EQ(qosdbOut({"walk", "--multiple-upstreams", "--if-index", "3,4,5,6"}),
-            "upstream mode: multiple upstreams (SIDs from the SID clusters); upstream ports 1..4 are interfaces 3, 4, "
-            "5, 6\n" + head +
-                "  3        0x11  1     0            0       2\n"
-                "  3        0x13  1     1            0       2\n"
-                "  4        0x21  2     0            0       2\n"
-                "  4        0x23  2     1            0       2\n" + clusters);
-}
-
 TEST(QosdbDemo, TellsTheStoryOfAStackAndEndsConsistent) {
   if (!std::string(QOS_TEST_EXEC_PREFIX).empty()) GTEST_SKIP() << "the demo execs itself: needs binfmt under an emulator";
   Out r = qosdb({"demo"});
@@ -314,6 +290,7 @@ TEST(QosdbDemo, TellsTheStoryOfAStackAndEndsConsistent) {
   for (const char* line : {"   events  | event 5515 QOS_EV_HELD_SF_CHANGED: transaction 0\n",
                            "   events  | event 5522 QOS_EV_HELD_SF_DELETED: transaction 1\n",
                            "   control | dsd.qos: 9 operations, all returned 0\n",
+                           "   snmp    |   80       0x23  2     1            0       2\n",
                            "   snmp    |   0x1003  1          2     0x23\n",
                            "   check   | integrity: every invariant holds\n"}) {
     EXPECT_NE(r.second.find(line), std::string::npos) << line;
