@@ -120,15 +120,14 @@ TEST_F(QosdbShow, TextNamesTheValuesMeanings) {
 
 TEST_F(QosdbShow, CheckPassesOnAStoreTheOperationsBuiltAndSaysHowOneWasDamaged) {
   EXPECT_EQ(qosdb({"check"}, false), (Out{0, "registration check: passed\nintegrity: every invariant holds\n"}));
-  const std::size_t ta3 = offsetof(qos::QosIntDbRegion, ta) + sizeof(qos::TaRow) * 3;  // ta[3].rowStatus
-  qostest::put<uint32_t>(ta3, 7);
+  qostest::store().ta[3].rowStatus = 7;
   qos_intDb_SetSFState(5, QOS_SF_REFERENCED);  // a placeholder on a row the table never handed out
   EXPECT_EQ(qosdb({"check"}, false), (Out{1, "registration check: passed\n"
                                              "suspect: sf[5].state is 7 (in use) above sfDbMaxIndex 1: scans never see the row\n"
                                              "corrupt: ta[3].rowStatus is 7; rows are 0 (free) or 1\n"
                                              "corrupt: taControl.taRowsUsed is 1 but ta[3] is in use; rows are handed out below this count\n"
                                              "integrity: 2 corrupt, 1 suspect\n"}));
-  qos_intDb_SetSFState(5, QOS_SF_EMPTY), qostest::put<uint32_t>(ta3, 0), qos_intDb_SetSFState(1, QOS_SF_REFERENCED);
+  qos_intDb_SetSFState(5, QOS_SF_EMPTY), qostest::store().ta[3].rowStatus = 0, qos_intDb_SetSFState(1, QOS_SF_REFERENCED);
   EXPECT_EQ(qosdb({"check"}, false),
             (Out{1, "registration check: failed: Classifier or PHS refer to unknown Service Flow: Ref=2, SF DB index=1\n"
                     "integrity: every invariant holds\n"}));

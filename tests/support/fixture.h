@@ -66,18 +66,6 @@ uint8_t* region();
 // The region as the layout's rows (after qos_IntDb_Init).
 inline qos::QosIntDbRegion& store() { return *reinterpret_cast<qos::QosIntDbRegion*>(region()); }
 
-// A value of the region at a byte offset, in the host's byte order.
-template <typename T>
-T at(std::size_t offset) {
-  T v;
-  std::memcpy(&v, region() + offset, sizeof v);
-  return v;
-}
-template <typename T>
-void put(std::size_t offset, T v) {
-  std::memcpy(region() + offset, &v, sizeof v);
-}
-
 // A copy of all 85032 bytes, to compare before and after.
 std::vector<uint8_t> snapshot();
 // Byte offsets where two snapshots differ.
