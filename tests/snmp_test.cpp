@@ -10,6 +10,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <fstream>
@@ -45,17 +46,11 @@ Rows parse(const std::string& lines) {
   }
   return rows;
 }
-// An enumeration given as its number or its name (position in `names`).
-long en(const json& v, std::initializer_list<const char*> names) {
-  if (v.is_number()) return v.get<long>();
-  long i = 0;
-  for (const char* n : names) {
-    if (v.get<std::string>().rfind(n, 0) == 0) return i;
-    ++i;
-  }
-  return -1;
+// An enumeration's position in `names`; a value without a name comes as its number.
+long en(const json& v, const std::vector<std::string>& names) {
+  return v.is_number() ? v.get<long>() : std::find(names.begin(), names.end(), v.get<std::string>()) - names.begin();
 }
-bool inUse(const json& row) { return row["status"].is_number() ? row["status"] != 0 : row["status"] != "free"; }
+bool inUse(const json& row) { return row["status"] != 0; }
 std::string gauge(long v) { return "Gauge32: " + std::to_string(v); }
 std::string integer(long v) { return "INTEGER: " + std::to_string(v); }
 
