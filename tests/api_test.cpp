@@ -2,6 +2,7 @@
 // against what the built library exports and what its header declares.
 #include <cstdio>
 #include <fstream>
+#include <map>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -53,6 +54,42 @@ TEST(Api, TheTableListsEveryExportedFunctionOnceAndNothingElse) {
     EXPECT_GT(names.size(), 180u) << where;
     for (const auto& n : names) EXPECT_TRUE(listed.count(n)) << n << " is " << where << " but not in operations.def";
     for (const auto& n : listed) EXPECT_TRUE(names.count(n)) << n << " is in operations.def but not " << where;
+  }
+}
+
+// Each folder of the core calls only into folders below it; frame/entry.cpp
+// (init, attach, reset) alone calls up. A new folder needs its rank here.
+TEST(Api, CoreFoldersCallOnlyDownwards) {
+  const std::map<std::string, int> rank = {{"frame", 0},       {"serviceflows", 1}, {"messages", 1}, {"check", 1},
+                                           {"transactions", 2}, {"classifiers", 2}, {"active", 2},   {"sidclusters", 2},
+                                           {"phs", 3},          {"dbc", 3},         {"mgmt", 4},     {"outcome", 4}};
+  auto folder = [](std::string o) {
+    o.erase(o.rfind('/'));
+    return o.substr(o.rfind('/') + 1);
+  };
+  std::map<std::string, std::string> definer;             // symbol -> folder
+  std::map<std::string, std::set<std::string>> undefined;  // object -> symbols it uses
+  std::istringstream objects(QOSDB_CORE_OBJECTS);
+  for (std::string o; objects >> o;) {
+    FILE* nm = popen((std::string(QOSDB_NM) + " '" + o + "'").c_str(), "r");
+    ASSERT_NE(nm, nullptr);
+    char line[1024];
+    for (std::string a, b, c; std::fgets(line, sizeof line, nm) != nullptr;) {
+      std::istringstream words(line);
+      if (words >> a >> b && words >> c) definer[c] = folder(o);
+      else if (a == "U") undefined[o].insert(b);
+    }
+    EXPECT_EQ(pclose(nm), 0) << o;
+  }
+  EXPECT_GT(undefined.size(), 20u);
+  for (const auto& [o, symbols] : undefined) {
+    if (o.find("/frame/entry.") != std::string::npos) continue;
+    for (const auto& s : symbols) {
+      auto d = definer.find(s);
+      if (d != definer.end() && d->second != folder(o)) {
+        EXPECT_LT(rank.at(d->second), rank.at(folder(o))) << o << " calls " << s;
+      }
+    }
   }
 }
 

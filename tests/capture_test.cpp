@@ -8,24 +8,14 @@
 #include <chrono>
 #include <cstdio>
 #include <fstream>
-#include <set>
 #include <sstream>
 #include <thread>
-
-#include <nlohmann/json.hpp>
 
 #include "support/fixture.h"
 
 namespace {
 
-std::string sh(const std::string& command) {
-  std::string out;
-  FILE* p = popen(command.c_str(), "r");
-  char buf[4096];
-  for (std::size_t n; p != nullptr && (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
-  if (p != nullptr) pclose(p);
-  return out;
-}
+using qostest::sh;
 // The tool, under the build's emulator in a cross build.
 const std::string kQosdb = std::string(QOS_TEST_EXEC_PREFIX) + " " + QOSDB_BIN;
 std::string qosdb(const std::string& args) { return sh(kQosdb + " " + args + " 2>&1"); }
@@ -93,14 +83,6 @@ TEST_F(Capture, EveryStoredMessageDissectsCleanlyAndNamesItsTransaction) {
     ASSERT_EQ(qosdb("capture " + file_), "") << step.scenario;
     EXPECT_EQ(dissect("cat " + file_), step.frames) << step.scenario;
     EXPECT_EQ(dissect(kQosdb + " capture -"), step.frames) << step.scenario;
-    // The transaction ids are those of the transaction rows in use.
-    std::set<std::string> ids, frameIds;
-    const nlohmann::json store = nlohmann::json::parse(qosdb("show --json transactions"));
-    for (const auto& ta : store["ta"])
-      ids.insert(std::to_string(ta["taId"].get<int>()));
-    std::istringstream in(step.frames);
-    for (std::string type, sender, id, rest; in >> type >> sender >> id && std::getline(in, rest);) frameIds.insert(id);
-    EXPECT_EQ(frameIds, ids) << step.scenario;
   }
 }
 

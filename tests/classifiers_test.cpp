@@ -2,8 +2,6 @@
 // of flows, classifiers and PHS rules, take-overs, full tables, the DSC
 // marks and their argument checks, lookups, the dump, the PHS conflict and
 // initiator rules and the rule counter.
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <cstdio>
 
@@ -216,11 +214,6 @@ TEST_F(Classifiers, PrintShowsUsedRows) {
   EXPECT_EQ(captureStdout([] { EXPECT_EQ(qos_intDb_PrintClsf(1), 0); }), "");
   EXPECT_EQ(captureStdout([] { EXPECT_EQ(qos_intDb_PrintClsf(-1), -1); }), " Incorrect classifier internal DB index -1 \n");
   EXPECT_TRUE(logs.records().empty());
-}
-
-TEST_F(Classifiers, MaximumIndexRecomputationIsNotExported) {
-  EXPECT_EQ(dlsym(RTLD_DEFAULT, "qos_intDb_UpdateClsfDbMaxIndex"), nullptr);
-  EXPECT_NE(dlsym(RTLD_DEFAULT, "qos_intDb_FindClsfDbNextFreeIndex"), nullptr);
 }
 
 // ---- PHS rule bindings ----

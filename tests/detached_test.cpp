@@ -2,9 +2,6 @@
 // with its family's message under its own name (or silently where it has no
 // check), prints nothing, writes nothing through its outputs, sends no event
 // and does not crash. No test in this file may attach.
-#include <sys/ipc.h>
-#include <sys/shm.h>
-
 #include <tuple>
 
 #include "support/fixture.h"
@@ -115,22 +112,6 @@ TEST(Detached, EveryOperationRefusesUnderItsOwnName) {
   EXPECT_EQ(data, nullptr);
   EXPECT_EQ(dbcTaDb, nullptr);
   EXPECT_TRUE(events.events().empty());
-}
-
-// A segment 14 of another size (left by a foreign program) cannot become the
-// region: the create fails, nothing is attached.
-TEST(Detached, InitRefusesASegmentItCannotCreate) {
-  LogCapture logs;
-  int foreign = shmget(QOS_REGION_SEGMENT_ID, 100, IPC_CREAT | 0660);
-  ASSERT_NE(foreign, -1);
-  EXPECT_EQ(qos_IntDb_Init(), -1);
-  ASSERT_EQ(logs.records().size(), 2u);  // the platform's reason first
-  const LogRecord& r = logs.records()[1];
-  EXPECT_EQ(std::tie(r.text, r.function, r.level), std::make_tuple("******* QOS internal DB create failure *********",
-                                                                    "qos_IntDb_Init", QOS_LOG_ERROR));
-  EXPECT_EQ(dbcTaDb, nullptr);
-  EXPECT_EQ(qos_IntDb_Reset(), -1);  // still no region
-  shmctl(foreign, IPC_RMID, nullptr);
 }
 
 }  // namespace

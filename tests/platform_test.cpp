@@ -81,6 +81,7 @@ TEST(HostShm, SegmentsOfStrangersAreRefusedUntouched) {
                                     {0, "shm_create", c.why},
                                     {1, "qos_IntDb_Init", "******* QOS internal DB create failure *********"}}));
     EXPECT_EQ(dbcTaDb, nullptr);
+    EXPECT_EQ(qos_IntDb_Reset(), -1) << c.why;  // nothing half attached
     EXPECT_TRUE(allPattern(id, c.size)) << c.why;
     shmctl(id, IPC_RMID, nullptr);
   }

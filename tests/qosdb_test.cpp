@@ -120,15 +120,14 @@ TEST_F(QosdbShow, TextNamesTheValuesMeanings) {
 
 TEST_F(QosdbShow, CheckPassesOnAStoreTheOperationsBuiltAndSaysHowOneWasDamaged) {
   EXPECT_EQ(qosdb({"check"}, false), (Out{0, "registration check: passed\nintegrity: every invariant holds\n"}));
-  const std::size_t ta3 = offsetof(qos::QosIntDbRegion, ta) + sizeof(qos::TaRow) * 3;  // ta[3].rowStatus
-  qostest::put<uint32_t>(ta3, 7);
+  qostest::store().ta[3].rowStatus = 7;
   qos_intDb_SetSFState(5, QOS_SF_REFERENCED);  // a placeholder on a row the table never handed out
   EXPECT_EQ(qosdb({"check"}, false), (Out{1, "registration check: passed\n"
                                              "suspect: sf[5].state is 7 (in use) above sfDbMaxIndex 1: scans never see the row\n"
                                              "corrupt: ta[3].rowStatus is 7; rows are 0 (free) or 1\n"
                                              "corrupt: taControl.taRowsUsed is 1 but ta[3] is in use; rows are handed out below this count\n"
                                              "integrity: 2 corrupt, 1 suspect\n"}));
-  qos_intDb_SetSFState(5, QOS_SF_EMPTY), qostest::put<uint32_t>(ta3, 0), qos_intDb_SetSFState(1, QOS_SF_REFERENCED);
+  qos_intDb_SetSFState(5, QOS_SF_EMPTY), qostest::store().ta[3].rowStatus = 0, qos_intDb_SetSFState(1, QOS_SF_REFERENCED);
   EXPECT_EQ(qosdb({"check"}, false),
             (Out{1, "registration check: failed: Classifier or PHS refer to unknown Service Flow: Ref=2, SF DB index=1\n"
                     "integrity: every invariant holds\n"}));
@@ -263,30 +262,6 @@ TEST_F(QosdbShow, BadCommandsAndMalformedScenariosChangeNothing) {
   EXPECT_EQ(qostest::changedOffsets(before, qostest::snapshot()), std::vector<std::size_t>{});
 }
 
-TEST(QosdbRun, WalkAnswersAsTheSnmpAgentInEitherUpstreamMode) {
-  ASSERT_EQ(qosdb({"run", scenario("registration.qos")}).first, 0);
-  const std::string head = "CM service table (qos_intDb_GetNextCmServiceTableIndex, qos_intDb_GetCmServiceTableAttr):\n"
-                           "  ifIndex  sid   port  activeIndex  value2  value3\n";
-  const std::string clusters = "SID cluster table (qos_intDb_GetNextSfSidClusterTableIndex, "
-                               "qos_intDb_GetSidClusterTableRow):\n"
-                               "  sfId    clusterId  ucid  sid\n"
-                               "  0x1001  1          1     0x11\n"
-                               "  0x1001  1          2     0x21\n"
-                               "  0x1003  1          1     0x13\n"
-                               "  0x1003  1          2     0x23\n";
-  EXPECT_EQ(qosdbOut({"walk"}), "upstream mode: single upstream (SIDs from the service flows); upstream ports 1..4 are "
-                                "interfaces 4, 80, 81, 82\n" + head +
-                                "  4        0x11  1     0            0       1\n"
-                                "  4        0x13  1     1            0       1\n" + clusters);
-  EXPECT_EQ(qosdbOut({"walk", "--multiple-upstreams", "--if-index", "3,4,5,6"}),
-            "upstream mode: multiple upstreams (SIDs from the SID clusters); upstream ports 1..4 are interfaces 3, 4, "
-            "5, 6\n" + head +
-                "  3        0x11  1     0            0       2\n"
-                "  3        0x13  1     1            0       2\n"
-                "  4        0x21  2     0            0       2\n"
-                "  4        0x23  2     1            0       2\n" + clusters);
-}
-
 TEST(QosdbDemo, TellsTheStoryOfAStackAndEndsConsistent) {
   if (!std::string(QOS_TEST_EXEC_PREFIX).empty()) GTEST_SKIP() << "the demo execs itself: needs binfmt under an emulator";
   Out r = qosdb({"demo"});
@@ -294,6 +269,7 @@ TEST(QosdbDemo, TellsTheStoryOfAStackAndEndsConsistent) {
   for (const char* line : {"   events  | event 5515 QOS_EV_HELD_SF_CHANGED: transaction 0\n",
                            "   events  | event 5522 QOS_EV_HELD_SF_DELETED: transaction 1\n",
                            "   control | dsd.qos: 9 operations, all returned 0\n",
+                           "   snmp    |   80       0x23  2     1            0       2\n",
                            "   snmp    |   0x1003  1          2     0x23\n",
                            "   check   | integrity: every invariant holds\n"}) {
     EXPECT_NE(r.second.find(line), std::string::npos) << line;

@@ -64,7 +64,7 @@ TEST_F(SidClusters, FullTableRefusesNewPairsButRewritesStoredOnes) {
 }
 
 TEST_F(SidClusters, ReadsWalksAndMappingLookups) {
-  ASSERT_EQ((V{add(0x99, 1, 3), add(0x55, 1, 3), add(0x99, 4, 6)}), (V{0, 0, 0}));
+  ASSERT_EQ((V{add(0x99, 1, 3), add(0x99, 4, 6), add(0x55, 1, 3)}), (V{0, 0, 0}));
   Channels out = channels(0, 0);
   ASSERT_EQ(qos_intDb_GetSfSidCluster(0x99, 4, out.m), 0);
   // The caller's action words stay.
@@ -73,7 +73,7 @@ TEST_F(SidClusters, ReadsWalksAndMappingLookups) {
 
   uint8_t id = 0;
   const struct { int32_t cursor, result, after; } walks[] = {
-      {-5, 0, 0}, {-1, 0, 0}, {0, 0, 2}, {2, -1, 2}, {78, -1, 78}, {INT32_MAX, -1, INT32_MAX}};
+      {-5, 0, 0}, {-1, 0, 0}, {0, 0, 1}, {1, -1, 1}, {78, -1, 78}, {INT32_MAX, -1, INT32_MAX}};
   for (const auto& w : walks) {
     int32_t cursor = w.cursor;
     EXPECT_EQ((V{qos_intDb_GetNextSfSidCluster(0x99, &cursor, &id, nullptr), cursor}), (V{w.result, w.after})) << w.cursor;

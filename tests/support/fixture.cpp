@@ -102,6 +102,15 @@ PeerResult runProgram(const std::string& path, const std::vector<std::string>& a
   return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out};
 }
 
+std::string sh(const std::string& command) {
+  std::string out;
+  FILE* p = popen(command.c_str(), "r");
+  char buf[4096];
+  for (std::size_t n; p != nullptr && (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
+  if (p != nullptr) pclose(p);
+  return out;
+}
+
 PeerResult runPeer(const std::vector<std::string>& args) { return runProgram(QOS_TEST_PEER, args); }
 
 void StoreTest::SetUp() {

@@ -66,18 +66,6 @@ uint8_t* region();
 // The region as the layout's rows (after qos_IntDb_Init).
 inline qos::QosIntDbRegion& store() { return *reinterpret_cast<qos::QosIntDbRegion*>(region()); }
 
-// A value of the region at a byte offset, in the host's byte order.
-template <typename T>
-T at(std::size_t offset) {
-  T v;
-  std::memcpy(&v, region() + offset, sizeof v);
-  return v;
-}
-template <typename T>
-void put(std::size_t offset, T v) {
-  std::memcpy(region() + offset, &v, sizeof v);
-}
-
 // A copy of all 85032 bytes, to compare before and after.
 std::vector<uint8_t> snapshot();
 // Byte offsets where two snapshots differ.
@@ -99,6 +87,9 @@ std::vector<std::string> commandWords(const std::string& path, const std::vector
 
 PeerResult runProgram(const std::string& path, const std::vector<std::string>& args,
                       bool withStderr = false);
+
+// What a shell command prints on standard output (`2>&1` in it for standard error).
+std::string sh(const std::string& command);
 
 // Runs the peer program (a second process of the stack) with the given arguments.
 PeerResult runPeer(const std::vector<std::string>& args);
