@@ -58,7 +58,7 @@ struct Holder {
     sembuf take{0, -1, 0}, give{0, +1, 0};
     raw ? semop(semId(), &take, 1) : qos_taDb_Lock();
     (void)!write(ready[1], "x", 1);
-    (void)!read(go[0], &take, 1);  // waits for the word
+    (void)!read(go[0], &take, 1);  // waits for the word (into `take`, done with)
     raw ? semop(semId(), &give, 1) : qos_taDb_Unlock();
     _exit(0);
   }
