@@ -105,8 +105,12 @@ TEST_F(Snapshot, RoundTripsAndRefusesDamagedFilesLeavingTheStoreAsItWas) {
 }
 
 TEST_F(Snapshot, KilledMidWriteLeavesNoFileUnderItsName) {
-  rlimit small{4096, 4096}, before{};  // the dump dies of SIGXFSZ after 4096 bytes
-  getrlimit(RLIMIT_FSIZE, &before), setrlimit(RLIMIT_FSIZE, &small);
+  // The dump dies of SIGXFSZ after 4096 bytes. Only the soft limit drops: a
+  // hard limit could not be raised again inside the test's user namespace.
+  rlimit before{};
+  getrlimit(RLIMIT_FSIZE, &before);
+  rlimit small{4096, before.rlim_max};
+  setrlimit(RLIMIT_FSIZE, &small);
   const Out killed = qosdb({"dump", at("half")});
   setrlimit(RLIMIT_FSIZE, &before);
   EXPECT_EQ(killed.first, -1);  // killed by the signal
