@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // active_phs.cpp - the active PHS tables, one per direction.
 //
 // The payload header suppression rules in force, as the data path applies

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // active_sf.cpp - the active upstream service flow table (Active SF DB).
 //
 // One row per upstream flow that runs with its active parameter set, named

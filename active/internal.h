@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // active/internal.h - what other subsystems may ask of the active upstream
 // flow table and the active PHS tables (only active/ writes their rows).
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // lifecycle.cpp - the DSA lifecycle, alone and in 1, 2 and 4 processes.
 #include "lifecycle.h"
 

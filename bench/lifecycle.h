@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // lifecycle.h - one complete modem-initiated DSA, as a client runs it.
 //
 //   1. allocate a transaction row (qos_TaDb_AddNewTa locks by itself);

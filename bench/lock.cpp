@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // lock.cpp - the lock's round trip against a process-shared mutex, and the
 // transaction allocation that takes the lock by itself.
 #include <dlfcn.h>

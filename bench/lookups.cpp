@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // lookups.cpp - every lookup family against its floor, on empty and full tables.
 //
 // A lookup's floor is the loop a caller would write over the mapped rows:

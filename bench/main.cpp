@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // main.cpp - qosdb_bench: the library's operations against their floors and
 // against SQLite, on one store in a private IPC namespace.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // operations.cpp - adds, attributes, outcomes, the registration check, SFID
 // substitution, the active table fill, the SNMP walks and the message store.
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // peer.cpp - SQLite in memory doing the lookups and the DSA lifecycle.
 #include "peer.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // peer.h - the same work done in SQLite, the embedded store a developer
 // would otherwise reach for.
 //

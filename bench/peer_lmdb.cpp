@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // peer_lmdb.cpp - LMDB doing the DSA lifecycle.
 //
 // The environment lives in a temporary directory on tmpfs (/dev/shm), opened

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // peer_wal.cpp - SQLite in WAL mode on a tmpfs file doing the DSA lifecycle.
 //
 // The same rows, indexes and statements as the in-memory peer (peer.cpp),

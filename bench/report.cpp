@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // report.cpp - collecting medians and writing the table of results.
 #include "report.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // report.h - the medians of a run, as the console shows them and as the
 // README's table of results.
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // semcount.h - counting the semaphore operations the library makes.
 //
 // The benchmark program defines semop() itself, ahead of the C library: every

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // store.cpp - creating the benchmarks' store and filling its tables.
 #include "store.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // store.h - the store the benchmarks run on, and the tables they fill it with.
 //
 // The benchmarks attach one region (a private IPC namespace keeps it apart

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // timing.h - how the benchmarks are registered and timed.
 //
 // Names are "<kind>/<operation>/<tables>": kind "lib" for the library's

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // consistency.cpp - the registration consistency check.
 //
 // Once registration has put its flows, classifiers, PHS rules and SID

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // clsf_bindings.cpp - the classifier row changes other subsystems ask for.
 //
 // PHS placeholders, the settling of a transaction's classifiers, the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // clsf_ops.cpp - adding classifiers and marking them for change or deletion.
 //
 // Three adds, one per source of classifiers: registration (operational at

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // clsf_table.cpp - the classifier table (Clsf int DB).
 //
 // One 20-byte row per packet classifier the modem knows: its names (the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // classifiers/internal.h - what other subsystems may ask of the classifier
 // table.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // dbc_store.cpp - the dynamic bonding change store (QosDBC DB).
 //
 // A DBC adds and deletes SID-to-channel mappings of the upstream flows' SID

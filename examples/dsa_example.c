@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * dsa_example.c - a modem-initiated DSA through the transaction table and
  * the message store, as the modem's QoS control software does it in C.

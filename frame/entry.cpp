@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // entry.cpp - creating, attaching to and resetting the store.
 //
 // Exactly one process of the stack calls qos_IntDb_Init at start-up: it

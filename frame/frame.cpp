@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // frame.cpp - the shared store frame: this process's view of the region.
 //
 // One segment of 85032 bytes holds every table. A process reaches it through

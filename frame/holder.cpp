@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // holder.cpp - the lock's companion: attaching to it, claiming a slot.
 //
 // The companion is created by whichever of qos_IntDb_Init and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // holder.h - who holds the lock: the companion segment and its process slots.
 //
 // Beside the region (never inside its 85032 bytes) lives a small System V

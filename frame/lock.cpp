@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // lock.cpp - the one lock of the modem stack.
 //
 // A single System V semaphore (key 4656, value 1 = free) serialises every

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // log.h - the one way the library logs, and the checks that open operations.
 //
 // Every message goes to the platform logger with a static call-site record

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // out.h - writing to the caller's output arguments.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // region.h - the shared region of the QoS internal database, byte for byte.
 //
 // Every process of the modem stack maps the same 85032 bytes and reads the

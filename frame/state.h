@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // state.h - what one process knows about the shared region.
 //
 // Each process that links the library has its own copy of this state: the

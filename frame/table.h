@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // table.h - typed views of the region's tables and the maximum-index rule.
 //
 // A TableView is an array of rows at a base address that one process has

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * qosintdb.h - the QoS internal database of a DOCSIS cable modem.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * qosintdb_platform.h - what the QoS internal database needs from its host.
  *

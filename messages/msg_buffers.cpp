@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // msg_buffers.cpp - the DSX message store: request, response, acknowledge.
 //
 // Every transaction row (TA DB index 0..9) has three 1600-byte buffers in

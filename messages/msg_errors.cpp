@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // msg_errors.cpp - the error record beside each row of the message store.
 //
 // While the client's DSX state machine checks a message it notes here the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // resets.cpp - emptying the flow family of tables.
 //
 // The flow family (flows, classifiers, SID clusters and switchover,

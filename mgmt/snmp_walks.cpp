@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // snmp_walks.cpp - the SNMP agent's view of the flow and SID cluster tables.
 //
 // Two MIB tables are served straight from the shared tables: the CM service

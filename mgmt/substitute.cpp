@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // substitute.cpp - giving a known service flow another SFID.
 //
 // The SFID names a flow in several tables at once: its own flow row, the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ta_outcome.cpp - what the end of a DSX transaction does to its rows.
 //
 // While a DSA, DSC or DSD runs, the flows and classifiers it works on carry

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // phs_rules.cpp - PHS rule bindings.
 //
 // A PHS rule has no row of its own and none of its suppression parameters

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // docsis.cpp - host DOCSIS configuration database: values the host sets.
 #include <cstdio>
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // events.cpp - host event service: a datagram per event between processes.
 //
 // Each destination component listens on a Unix datagram socket

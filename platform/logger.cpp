@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // logger.cpp - host logger: standard error, or a hook for tests and tools.
 #include <cstdarg>
 #include <cstdio>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /*
  * qosplatform_host.h - controls of the host platform (libqosplatform).
  *

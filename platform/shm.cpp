@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // shm.cpp - host shared memory: System V segments keyed by the segment id.
 //
 // A segment key is a public name: any user of the machine can create

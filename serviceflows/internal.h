@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // serviceflows/internal.h - what other subsystems may ask of the flow table.
 //
 // Only serviceflows/ writes flow rows and the flow words of the statistics

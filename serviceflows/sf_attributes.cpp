@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // sf_attributes.cpp - reading and writing single fields of a flow row.
 //
 // The caller's QoS control code keeps flow rows current through these: the

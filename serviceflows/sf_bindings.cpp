@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // sf_bindings.cpp - the flow row changes other subsystems ask for.
 //
 // Classifiers and PHS rules bind to their flow and move its counters, SID

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // sf_ops.cpp - adding, finding and marking service flows.
 //
 // Flows enter the SF int DB three ways: at registration, operational at

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // sf_print.cpp - diagnostic dumps of flow rows to standard output.
 //
 // A full dump of one row, field by field, and a one-line summary of one row

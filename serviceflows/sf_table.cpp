@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // sf_table.cpp - the service flow table (SF int DB).
 //
 // One 80-byte row per service flow the modem knows: flows accepted at

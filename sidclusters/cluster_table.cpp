@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // cluster_table.cpp - the SID Cluster int DB.
 //
 // One 44-byte row per (SFID, SID Cluster ID) of a multi-channel upstream

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // sidclusters/internal.h - what other subsystems may ask of the SID cluster
 // and switchover tables (only sidclusters/ writes their rows).
 #pragma once

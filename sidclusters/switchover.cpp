@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // switchover.cpp - the SID cluster switchover table.
 //
 // One 20-byte row per SFID with the flow's four SID cluster switchover

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // active_test.cpp - the active upstream flow table (fill, release order,
 // adds and deletes) and the active PHS tables of both directions.
 #include <algorithm>

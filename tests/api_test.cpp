@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // api_test.cpp - the table of the client API (tools/api/operations.def)
 // against what the built library exports and what its header declares.
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // capture_test.cpp - qosdb capture read back by tshark: every stored DSX
 // message dissects as the DOCSIS message it is, with nothing malformed.
 #include <signal.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // check_test.cpp - the registration consistency check: every limit at its
 // value and one above, the order of the checks, the 16-bit totals, and
 // that the check writes nothing.

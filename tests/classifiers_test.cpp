@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // classifiers_test.cpp - classifiers and PHS rule bindings: arrival orders
 // of flows, classifiers and PHS rules, take-overs, full tables, the DSC
 // marks and their argument checks, lookups, the dump, the PHS conflict and

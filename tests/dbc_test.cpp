@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // dbc_test.cpp - the bonding change store: a DBC from its modifications to
 // the written clusters, verification, and what full lists and bad input do.
 #include "support/fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // detached_test.cpp - a process that never attached: every operation refuses
 // with its family's message under its own name (or silently where it has no
 // check), prints nothing, writes nothing through its outputs, sends no event

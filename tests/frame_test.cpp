@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // frame_test.cpp - the region after creation, attachment from another
 // process, reset and a second creation. The lock itself: lock_test.
 #include <sys/sem.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // hostile_test.cpp - exported operations with boundary and hostile
 // arguments: indexes at and past each table's end, negative values passed
 // as unsigned, lengths at the buffers' limits. Each case gives the defined

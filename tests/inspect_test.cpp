@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // inspect_test.cpp - the store's invariants (qosinspect): what breaks them on
 // purpose, and states that the operations reach without breaking them.
 #include <functional>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // lockholder_test.cpp - the lock and its holder record: waiters sleep and
 // lose no update, living or unknown holders are never freed, dead ones are
 // freed once (by hand or by `qosdb watch`), foreign companions are refused,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // messages_test.cpp - the DSX message store: the 1599-byte limit of every
 // buffer operation, resets, header reservation, row 10, the dump and the
 // error records. Bad indexes and pointers: hostile_test.

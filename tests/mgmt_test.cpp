@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // mgmt_test.cpp - SNMP walks and attribute reads over rows as they are stored.
 #include <algorithm>
 

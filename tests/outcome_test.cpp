@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // outcome_test.cpp - what the end of a transaction does to its flows and
 // classifiers: every cell of the two state tables, the events to holders,
 // the end of the hold after each outcome, add abort, ack lost, registration

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // platform_test.cpp - the host platform against strangers: segments that
 // another user or program left under the region's key, event directories and
 // senders that are not ours, and listeners that do not keep up.

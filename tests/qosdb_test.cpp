@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // qosdb_test.cpp - the qosdb tool, run as its own process against this
 // test's store (the test process sits in a private IPC namespace, and the
 // tool, its child, shares it).

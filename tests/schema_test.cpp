@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // schema_test.cpp - the row descriptions of tools/schema cover every byte
 // of every row, and the tables every byte of the region, in order.
 #include <gtest/gtest.h>

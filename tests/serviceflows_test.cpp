@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // serviceflows_test.cpp - flow adds and take-overs, lookups, transaction
 // marks, the attribute family and the dumps.
 #include <functional>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // sidclusters_test.cpp - SID clusters: the high-water mark, the flow's
 // cluster counter, walks, switchover criteria and the dump.
 #include "support/fixture.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // snapshot_test.cpp - qosdb dump, load, diff and --from: snapshot files
 // round-trip, damaged ones are refused with the store left as it was, and
 // a snapshot of the other byte order reads as its writer shows it.

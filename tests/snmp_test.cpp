@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // snmp_test.cpp - qosdb-snmp behind a real snmpd: the test starts snmpd on
 // a loopback port and a Unix AgentX socket in a directory of its own, then
 // the subagent, and reads the tables with net-snmp's own managers.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // stress_test.cpp - several processes of the stack playing DSX transactions
 // at once, each under the lock, each keeping its own account of what the
 // tables must hold for it.

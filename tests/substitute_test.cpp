@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // substitute_test.cpp - a flow's new SFID reaches its flow row, every
 // classifier and active row that carries the old SFID, and the active PHS
 // table of the flow's direction only; nothing else changes.

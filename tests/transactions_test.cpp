@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // transactions_test.cpp - the DSX transaction table: allocation, IDs,
 // accessors, resets and the dump. Bad indexes and pointers: hostile_test.
 #include <tuple>

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # bench.sh - builds the benchmark suite (Release) and runs it in a private IPC
 # namespace; writes every run and the table of medians.
 #   tools/bench.sh [Google Benchmark flags, e.g. --benchmark_filter=Lifecycle]

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # coverage.sh - line coverage of the core library under the whole test suite.
 #   tools/coverage.sh        build-coverage/: gcov build, every test, gcovr report
 # Only the core library folders count; the text report per file is left in

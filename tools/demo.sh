@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # demo.sh - builds the library and the qosdb tool, then runs the demo: a
 # small modem stack (event listener, control process, SNMP agent) around one
 # store in a private IPC namespace (qosdb demo).

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # deps.sh - installs the Debian packages the project needs, when missing.
 #   tools/deps.sh          what building and testing need
 #   tools/deps.sh ci       also the cross compilers, emulator, fuzzer, coverage

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # faults.sh - do the tests notice a broken library? Plants each fault of
 # tools/faults/*.patch in turn into a scratch copy of the tree (never into this
 # one), builds it, runs every test and prints one row per fault: whether a

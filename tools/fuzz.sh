@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # fuzz.sh - builds the libFuzzer harness (tests/fuzz) and fuzzes the client API.
 #   tools/fuzz.sh [seconds]       fuzz for that long (default 60) in build-fuzz/
 # The corpus grows in build-fuzz/corpus from run to run; seeds are the shipped

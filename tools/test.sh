@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # test.sh - builds everything and runs every test (GoogleTest under CTest).
 set -euo pipefail
 cd "$(dirname "$0")/.."

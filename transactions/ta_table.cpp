@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ta_table.cpp - the DSX transaction table (DSX TA DB).
 //
 // One 300-byte row per dynamic service transaction in progress between the

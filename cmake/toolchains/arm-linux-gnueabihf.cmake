@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # 32-bit little-endian ARM Linux (hard float). Debian: g++-arm-linux-gnueabihf;
 # tests can run under qemu-arm (qemu-user).
 set(CMAKE_SYSTEM_NAME Linux)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # 32-bit big-endian MIPS Linux, the byte order and word size of the modem.
 # Debian: g++-mips-linux-gnu, qemu-user. Tests run under qemu-mips.
 set(CMAKE_SYSTEM_NAME Linux)

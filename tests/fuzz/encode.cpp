@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // encode.cpp - scenario files (the qosdb tool's format, read by
 // tools/api/scenario.h) as fuzz inputs.
 #include "tests/fuzz/encode.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // encode.h - a scenario file of the qosdb tool as one fuzz input.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // guarded.h - the fuzzer's platform: memory that faults on any stray access.
 //
 // The region that shm_create hands out ends flush against an inaccessible

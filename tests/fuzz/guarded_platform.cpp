@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // guarded_platform.cpp - the platform functions for the fuzzer.
 //
 // Shared memory is one guarded mapping (guarded.h); the logger formats every

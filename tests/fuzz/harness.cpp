@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // harness.cpp - libFuzzer entry: each input is a sequence of calls across
 // the whole client API (operations.h says how it is read) on a fresh store
 // in guarded memory (guarded.h).

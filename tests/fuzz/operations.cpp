@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // operations.cpp - the dispatch table of the fuzzer: one entry per exported
 // operation, its arguments decoded from the input by their C types.
 #include "tests/fuzz/operations.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // operations.h - every operation of the client API, driven by fuzz input.
 //
 // Input format: a sequence of calls until the input ends (missing bytes

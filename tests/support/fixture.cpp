@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // fixture.cpp - shared test support.
 #include "support/fixture.h"
 

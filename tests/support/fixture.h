@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // fixture.h - what the tests share: a fresh store, captured log records,
 // captured standard output, raw region bytes, events and peer processes.
 #pragma once

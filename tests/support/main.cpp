@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // main.cpp - test entry: each test process gets a private IPC namespace, so
 // the region (segment 14) and the semaphore (key 4656) belong to it alone.
 #include <sched.h>

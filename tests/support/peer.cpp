@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // peer.cpp - a second process of the modem stack, for multi-process tests.
 //
 //   qos_test_peer show             attach; print the used transaction rows

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // api.h - the client API as one table (operations.def), for the tools,
 // the fuzzer and the tests.
 #pragma once

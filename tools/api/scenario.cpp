@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // scenario.cpp - reading scenario files (scenario.h).
 #include "tools/api/scenario.h"
 

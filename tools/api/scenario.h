@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // scenario.h - reading scenario files: one operation of the client API per
 // line, its input arguments after it (tools/qosdb/operations.h gives the
 // syntax). The qosdb tool plays them; the fuzzer turns them into inputs.

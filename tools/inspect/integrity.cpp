@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // integrity.cpp - invariants of the region, table by table.
 //
 // Why each invariant holds, in short:

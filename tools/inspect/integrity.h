@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // integrity.h - the invariants of a region image, checked without the library.
 //
 // checkIntegrity reads a copy of the 85032-byte region through the row

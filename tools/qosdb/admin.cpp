@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // admin.cpp - show, check and administer the store: show, init, reset,
 // destroy, check, lock-status, unlock.
 #include <sys/ipc.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // capture.cpp - the DSX messages of the store as DOCSIS frames in a pcap
 // file (link type 143), for Wireshark and tshark.
 //

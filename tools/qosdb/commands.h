@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // commands.h - the qosdb commands; each returns the process's exit status
 // or throws a Failure.
 #pragma once

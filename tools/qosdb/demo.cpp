@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // demo.cpp - qosdb demo: a small modem stack around one store.
 //
 // In a private store (a new IPC namespace) the demo starts the stack's

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // events_cmd.cpp - listen for the events that the store sends to component 32.
 #include <unistd.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // main.cpp - qosdb: attach to the live QoS store and show, check and drive it.
 #include <iostream>
 

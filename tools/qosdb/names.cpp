@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // names.cpp - words for the values of the region.
 #include "names.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // names.h - what the values of the region mean, as words for people (the
 // names of enumerations are in tools/schema).
 #pragma once

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // operations.cpp - the dispatch table of the client API for scenarios.
 //
 // One entry per line of tools/api/operations.def: its name, its arguments

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // operations.h - every operation of the client API, by name, for scenarios.
 //
 // A scenario line names an operation and gives its input arguments in the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // scenario.cpp - qosdb run: play scenario files against the live store.
 //
 // A scenario is a text file with one operation of the client API per line:

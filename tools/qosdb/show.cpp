@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // show.cpp - every table of the store, for people (text) and programs
 // (JSON), both written from the row descriptions of tools/schema.
 #include "show.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // show.h - the tables of a region copy, as aligned text or as JSON.
 //
 // Both views skip free rows and name every field as frame/region.h does;

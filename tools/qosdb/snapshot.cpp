@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // snapshot.cpp - snapshot files (snapshot.h) and the commands around them:
 // dump, load, diff.
 #include "snapshot.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // snapshot.h - the store's region as a file that any host can read.
 //
 // A snapshot file is a header of 128 bytes, then the 85032 bytes of the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // store.cpp - attaching, the lock and its holder, consistent copies.
 #include "store.h"
 

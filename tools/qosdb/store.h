@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // store.h - reaching the live store as one more process of the stack.
 //
 // The tool attaches with qos_IntDb_RetrieveAccess like any process of the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // text_table.h - rows of text printed as aligned columns.
 #pragma once
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // walk.cpp - the store as the modem's SNMP agent sees it: the CM service
 // table (docsIfCmServiceTable, by upstream interface and SID) and the
 // service flow SID cluster table (by SFID, cluster ID and UCID), each walked

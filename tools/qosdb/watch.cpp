@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // watch.cpp - qosdb watch: the lock's supervisor.
 //
 // Runs in the foreground until SIGINT or SIGTERM (the modem's init system

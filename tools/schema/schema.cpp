@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // schema.cpp - the descriptions of the region's rows (schema.h).
 #include "tools/schema/schema.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // schema.h - every table of the region described once, field by field.
 //
 // A Record describes one row struct of frame/region.h (or a record of the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // main.cpp - qosdb-snmp: an AgentX subagent that serves the QoS internal
 // database to the modem's snmpd.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tables.cpp - the served tables: index orders, the library's walks and reads.
 #include "tables.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // tables.h - the store's tables as SNMP columns: object identifiers in,
 // values out, every row read through the library's get and get-next
 // operations. The caller holds the stack's lock around each call.
