@@ -52,34 +52,25 @@ SemCount semCount() { return counted; }
 namespace {
 
 // A mutex in shared memory that any process mapping it could lock: the best
-// a lock shared between processes costs when nobody else wants it.
+// a lock shared between processes costs when nobody else wants it; robust,
+// what the robust lock mode costs at best.
+pthread_mutex_t* newSharedMutex(bool robust) {
+  void* p = mmap(nullptr, sizeof(pthread_mutex_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  auto* mutex = static_cast<pthread_mutex_t*>(p);
+  pthread_mutexattr_t attr;
+  pthread_mutexattr_init(&attr);
+  pthread_mutexattr_setpshared(&attr, PTHREAD_PROCESS_SHARED);
+  if (robust) pthread_mutexattr_setrobust(&attr, PTHREAD_MUTEX_ROBUST);
+  pthread_mutex_init(mutex, &attr);
+  pthread_mutexattr_destroy(&attr);
+  return mutex;
+}
 pthread_mutex_t* sharedMutex() {
-  static pthread_mutex_t* m = [] {
-    void* p = mmap(nullptr, sizeof(pthread_mutex_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    auto* mutex = static_cast<pthread_mutex_t*>(p);
-    pthread_mutexattr_t attr;
-    pthread_mutexattr_init(&attr);
-    pthread_mutexattr_setpshared(&attr, PTHREAD_PROCESS_SHARED);
-    pthread_mutex_init(mutex, &attr);
-    pthread_mutexattr_destroy(&attr);
-    return mutex;
-  }();
+  static pthread_mutex_t* m = newSharedMutex(false);
   return m;
 }
-
-// The same, robust: what the robust lock mode costs at best.
 pthread_mutex_t* robustMutex() {
-  static pthread_mutex_t* m = [] {
-    void* p = mmap(nullptr, sizeof(pthread_mutex_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    auto* mutex = static_cast<pthread_mutex_t*>(p);
-    pthread_mutexattr_t attr;
-    pthread_mutexattr_init(&attr);
-    pthread_mutexattr_setpshared(&attr, PTHREAD_PROCESS_SHARED);
-    pthread_mutexattr_setrobust(&attr, PTHREAD_MUTEX_ROBUST);
-    pthread_mutex_init(mutex, &attr);
-    pthread_mutexattr_destroy(&attr);
-    return mutex;
-  }();
+  static pthread_mutex_t* m = newSharedMutex(true);
   return m;
 }
 
