@@ -152,20 +152,31 @@ bool readerGone(FILE* f) {
   return poll(&p, 1, 0) == 1 && (p.revents & (POLLERR | POLLHUP)) != 0;
 }
 
+// SIGINT or SIGTERM ends a follow between two looks, never inside one: a
+// look holds the stack's lock, and dying there would leave it taken.
+volatile sig_atomic_t stopFollowing = 0;
+void requestStop(int) { stopFollowing = 1; }
+
 }  // namespace
 
 int captureCommand(const std::string& file, bool follow, double intervalSeconds) {
   const qos::QosIntDbRegion& live = *attach();
   FILE* f = file == "-" ? stdout : std::fopen(file.c_str(), "wb");
   if (f == nullptr) throw Failure("cannot open " + file + ": " + std::strerror(errno));
-  if (follow) signal(SIGPIPE, SIG_IGN);
+  if (follow) {
+    signal(SIGPIPE, SIG_IGN);
+    struct sigaction sa {};
+    sa.sa_handler = requestStop;
+    sigaction(SIGINT, &sa, nullptr);
+    sigaction(SIGTERM, &sa, nullptr);
+  }
   try {
     PcapWriter out(f);
     std::map<int, Bytes> seen;
     do {
       writeMessages(out, *snapshot(live, true), seen);
-      if (follow) usleep(static_cast<useconds_t>(intervalSeconds * 1e6));
-    } while (follow && !readerGone(f));
+      if (follow && !stopFollowing) usleep(static_cast<useconds_t>(intervalSeconds * 1e6));
+    } while (follow && !stopFollowing && !readerGone(f));
   } catch (const WriteFailure&) {
     if (f != stdout) std::fclose(f);
     if (!follow) throw;
